@@ -1,0 +1,26 @@
+# Flags that every target of the project gets.
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
+endif()
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+endif()
+
+add_library(kavaro_flags INTERFACE)
+target_compile_options(kavaro_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wcast-align -Wundef
+  $<$<BOOL:${KAVARO_WERROR}>:-Werror>
+  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
+target_include_directories(kavaro_flags INTERFACE ${CMAKE_SOURCE_DIR}/src)
+target_compile_definitions(kavaro_flags INTERFACE _FILE_OFFSET_BITS=64)
+
+# Nothing throws across our own code: every room but the command line (its option parser throws) is built without.
+set(KAVARO_NO_EXCEPTIONS -fno-exceptions)
+
+if(KAVARO_SANITIZE)
+  target_compile_options(kavaro_flags INTERFACE
+    -fsanitize=${KAVARO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
+  target_link_options(kavaro_flags INTERFACE -fsanitize=${KAVARO_SANITIZE})
+endif()

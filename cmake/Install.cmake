@@ -1,0 +1,1 @@
+# The installed tree is one folder, the same as in the build tree.

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/BusValue.h"
+
+namespace kavaro {
+
+struct BusError {
+    std::string name;     // D-Bus error name, for example "org.freedesktop.DBus.Error.NoReply"
+    std::string message;  // for people
+    bool isSet() const { return !name.empty(); }
+};
+
+struct BusReply {
+    std::vector<BusValue> values;
+    BusError error;
+    bool ok() const { return !error.isSet(); }
+};
+
+struct BusCall {
+    std::string_view member;
+    std::string_view sender;  // unique name
+    const std::vector<BusValue>& arguments;
+};
+
+struct BusSignal {
+    std::string_view member;
+    std::string_view sender;  // unique name
+    const std::vector<BusValue>& arguments;
+};
+
+// A connection to a message bus. Made and destroyed on the main thread; handlers run there, in the order in which
+// messages arrived, while RunLoop runs. The process survives the end of the connection. What is posted is queued and
+// written by a thread of the library.
+class Bus {
+  public:
+    using CallHandler = std::function<BusReply(const BusCall&)>;
+    using SignalHandler = std::function<void(const BusSignal&)>;
+    using ReplyHandler = std::function<void(BusReply)>;
+
+    // kind: "session", "system", or an address such as "unix:path=/run/bus". Null on failure.
+    static std::unique_ptr<Bus> open(std::string_view kind, BusError* error);
+    ~Bus();
+
+    std::string uniqueName() const;
+    bool isClosed() const;  // any thread
+    void onClosed(std::function<void()> handler);
+
+    // False when the name is taken (error left unset) or the bus refuses (error set). Never waits in a queue.
+    bool requestName(std::string_view name, BusError* error);
+    void releaseName(std::string_view name);
+    // Unique name of the owner, empty when there is none. Does not start a service.
+    std::string nameOwner(std::string_view name);
+    // Called when the name's owner changes; the argument is the new owner, empty for none.
+    void watchName(std::string_view name, std::function<void(const std::string& owner)> handler);
+    // User id of a peer by unique name; nothing when it is unknown.
+    std::optional<std::uint32_t> userOf(std::string_view uniqueName);
+
+    // Publishes an object. `introspection` is the XML of a <node> with the interface; calls that do not fit it are
+    // refused before the handler sees them. The handler's error becomes a D-Bus error.
+    bool publish(std::string_view path, std::string_view introspection, CallHandler handler, BusError* error);
+    void unpublish(std::string_view path);
+
+    // Signals of an interface, from any sender unless `sender` is given. Files in messages are delivered too.
+    std::uint64_t subscribe(std::string_view sender, std::string_view path, std::string_view interface,
+                            SignalHandler handler);
+    void unsubscribe(std::uint64_t subscription);
+
+    // Any thread. Queues a signal; an empty destination broadcasts. False, with the reason, when the message is too
+    // large for the bus or the connection is closed.
+    bool emit(std::string_view destination, std::string_view path, std::string_view interface,
+              std::string_view member, const std::vector<BusValue>& arguments, BusError* error);
+    // Any thread. Returns when everything queued so far has been written to the bus, or the connection is closed.
+    bool flush();
+
+    // Main thread. Waits for the reply without running the loop. Never starts a service. Seconds < 0: no limit.
+    BusReply call(std::string_view destination, std::string_view path, std::string_view interface,
+                  std::string_view member, const std::vector<BusValue>& arguments, double seconds);
+    // Main thread. The handler runs on the main thread after the signals that came before the reply.
+    void callAsync(std::string_view destination, std::string_view path, std::string_view interface,
+                   std::string_view member, const std::vector<BusValue>& arguments, double seconds,
+                   ReplyHandler handler);
+
+    void close();
+
+  private:
+    Bus();
+    struct Impl;
+    std::unique_ptr<Impl> _impl;
+};
+
+}  // namespace kavaro
