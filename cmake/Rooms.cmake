@@ -59,3 +59,8 @@ function(kavaro_app)
     configure_file(${CMAKE_SOURCE_DIR}/resources/${resource} ${app}/Resources/${resource} COPYONLY)
   endforeach()
 endfunction()
+
+# Sources that meet a throwing library and stop its exceptions where they arise.
+function(kavaro_with_exceptions)
+  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -fexceptions)
+endfunction()

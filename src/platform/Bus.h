@@ -75,8 +75,8 @@ class Bus {
 
     // Any thread. Queues a signal; an empty destination broadcasts. False, with the reason, when the message is too
     // large for the bus or the connection is closed.
-    bool emit(std::string_view destination, std::string_view path, std::string_view interface,
-              std::string_view member, const std::vector<BusValue>& arguments, BusError* error);
+    bool emit(std::string_view destination, std::string_view path, std::string_view interface, std::string_view member,
+              const std::vector<BusValue>& arguments, BusError* error);
     // Any thread. Returns when everything queued so far has been written to the bus, or the connection is closed.
     bool flush();
 

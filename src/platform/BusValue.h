@@ -30,18 +30,18 @@ class BusValue {
   public:
     using Dictionary = std::vector<std::pair<std::string, BusValue>>;
 
-    BusValue() = default;                          // no value
-    static BusValue string(std::string_view text);  // s; bytes that are not UTF-8 are written as \xNN
-    static BusValue int32(std::int32_t value);      // i
-    static BusValue uint32(std::uint32_t value);    // u
-    static BusValue boolean(bool value);            // b
-    static BusValue float64(double value);          // d
-    static BusValue path(std::string_view path);    // ay with a closing NUL
+    BusValue() = default;                                            // no value
+    static BusValue string(std::string_view text);                   // s; bytes that are not UTF-8 are written as \xNN
+    static BusValue int32(std::int32_t value);                       // i
+    static BusValue uint32(std::uint32_t value);                     // u
+    static BusValue boolean(bool value);                             // b
+    static BusValue float64(double value);                           // d
+    static BusValue path(std::string_view path);                     // ay with a closing NUL
     static BusValue paths(const std::vector<std::string>& paths);    // aay, each with a closing NUL
     static BusValue strings(const std::vector<std::string>& texts);  // as
     static BusValue uint32s(const std::vector<std::uint32_t>& values);  // au
-    static BusValue variant(const BusValue& value);                  // v
-    static BusValue dictionary(const Dictionary& entries);           // a{sv}, each value wrapped in v
+    static BusValue variant(const BusValue& value);                     // v
+    static BusValue dictionary(const Dictionary& entries);              // a{sv}, each value wrapped in v
     // ay up to kInlineLimit bytes, above that h: a sealed memory file. Empty or null bytes are the empty ay.
     static constexpr std::size_t kInlineLimit = 8u << 20;
     static BusValue data(ByteView bytes);
@@ -57,9 +57,9 @@ class BusValue {
     std::optional<std::vector<std::string>> asPaths() const;
     std::optional<std::vector<std::string>> asStrings() const;
     std::optional<std::vector<std::uint32_t>> asUint32s() const;
-    std::optional<BusData> asData() const;        // ay or h (mapped after its seals and size are checked)
+    std::optional<BusData> asData() const;           // ay or h (mapped after its seals and size are checked)
     std::optional<Dictionary> asDictionary() const;  // a{sv}, variants unwrapped; also a{ss}
-    BusValue get(std::string_view key) const;     // of an a{sv}; no value when absent
+    BusValue get(std::string_view key) const;        // of an a{sv}; no value when absent
 
     std::string description() const;  // for logs and messages, one line
 

@@ -22,8 +22,8 @@ struct CatalogEntry {
     std::string_view name;  // bytes of the file system; valid until the next call on the iterator
     std::uint32_t nodeID = 0;
     bool isDirectory = false;
-    bool isExcluded = false;        // a folder that must not be listed (see reason)
-    const char* reason = nullptr;   // static text, set when isExcluded
+    bool isExcluded = false;       // a folder that must not be listed (see reason)
+    const char* reason = nullptr;  // static text, set when isExcluded
     UTCDateTime contentModDate;
     std::uint64_t logicalSize = 0;   // bytes of content
     std::uint64_t physicalSize = 0;  // bytes allocated
@@ -56,7 +56,7 @@ class CatalogIterator {
 
 // A reference to an existing file or folder, held open. The stand-in for the platform's file reference.
 struct FileReference {
-    int fd = -1;       // open for reading when the folder may be read, otherwise -1
+    int fd = -1;        // open for reading when the folder may be read, otherwise -1
     int openError = 0;  // errno of opening a folder that exists; 0 when fd is open
     bool isDirectory = false;
     FileReference() = default;

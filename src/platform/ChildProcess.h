@@ -15,10 +15,10 @@ namespace kavaro {
 class ChildProcess {
   public:
     struct Options {
-        std::vector<std::string> arguments;    // [0] is the path of the program
+        std::vector<std::string> arguments;                            // [0] is the path of the program
         std::vector<std::pair<std::string, std::string>> environment;  // set on top of ours
-        std::string standardErrorPath;  // file that takes standard error (created, truncated); empty: /dev/null;
-                                        // "-": ours
+        std::string standardErrorPath;    // file that takes standard error (created, truncated); empty: /dev/null;
+                                          // "-": ours
         bool readStandardOutput = false;  // makes readLine() work; otherwise standard output is /dev/null
         bool ownProcessGroup = true;      // a Ctrl-C at the terminal does not reach the child
     };

@@ -23,10 +23,10 @@ std::string printable(std::string_view text);
 std::string base64(ByteView bytes);
 
 // Path helpers with the meaning that Foundation-style path operations have: no file system access.
-std::string lastPathComponent(std::string_view path);           // "/a/b/" -> "b", "/" -> "/"
+std::string lastPathComponent(std::string_view path);                                      // "/a/b/" -> "b", "/" -> "/"
 std::string stringByAppendingPathComponent(std::string_view path, std::string_view name);  // one "/" between them
 std::string stringByDeletingLastPathComponent(std::string_view path);
-std::string pathExtension(std::string_view path);               // "a.tar.gz" -> "gz", ".bashrc" -> ""
+std::string pathExtension(std::string_view path);  // "a.tar.gz" -> "gz", ".bashrc" -> ""
 std::string stringByDeletingPathExtension(std::string_view path);
 
 }  // namespace kavaro
