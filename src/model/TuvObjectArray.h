@@ -1,0 +1,126 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "model/TuvObject.h"
+#include "model/TuvRef.h"
+#include "platform/ByteBuffer.h"
+
+namespace kavaro {
+
+class NodeFilterRule;
+class TuvDirNode;
+class TuvNode;
+
+// Growable array of objects; retains what enters and releases what leaves. Indexes and counts are signed 32-bit.
+// Holds hundreds of thousands of nodes with one pointer each. Grows by a step table, not by doubling. A gap before
+// the first element, invisible from outside, makes inserting at and removing from index 0 constant in time.
+// Operations that speak of nodes require that every element is a TuvNode (folders: TuvDirNode). One thread at a time.
+class TuvObjectArray : public TuvObject {
+  public:
+    static constexpr int kNotFound = 0x7fffffff;
+    using Comparison = int (*)(const void*, const void*);  // of pointers to two slots
+
+    TuvObjectArray() = default;
+    explicit TuvObjectArray(int size) { setSize(size); }
+    // Reads the mixed form; malformed or null bytes leave the array empty. fromBytes() tells the two apart.
+    explicit TuvObjectArray(ByteView bytes);
+    // Null, with one log line, for malformed bytes; an empty array for null bytes.
+    static TuvRef<TuvObjectArray> fromBytes(ByteView bytes);
+
+    int count() const { return _count; }
+    int size() const { return _size; }
+    TuvObject* const* begin() const { return _items; }
+    TuvObject* const* end() const { return _items + _count; }
+
+    TuvObject* objectAtIndex(int index) const { return index >= 0 && index < _count ? _items[index] : nullptr; }
+    TuvObject* lastObject() const { return objectAtIndex(_count - 1); }
+    TuvNode* nodeAtIndex(int index) const { return asNode(objectAtIndex(index)); }
+    TuvDirNode* folderAtIndex(int index) const { return asFolder(objectAtIndex(index)); }
+    int indexOfObject(const TuvObject* object) const;
+    TuvObject* objectForObject(const TuvObject* object) const;
+    TuvNode* objectWithINode(std::uint32_t inode) const;
+    int binaryIndexOfObjectWithID(std::uint32_t id) const;
+    TuvObject* binaryObjectWithID(std::uint32_t id) const;
+
+    void addObject(TuvObject* object);
+    // Takes over the caller's reference instead of retaining: for fresh objects.
+    void adoptObject(TuvObject* object);
+    void addObjectBinary(TuvObject* object);
+    void insertObjectAtIndex(TuvObject* object, int index);
+    void insertObjectsAtIndex(const TuvObjectArray* array, int index);
+    void addObjectsFromArray(const TuvObjectArray* array);
+    void addObjectsFromArrayLength(TuvObject* const* objects, int length);
+    void removeObjectAtIndex(int index);
+    void removeObject(const TuvObject* object);
+    void removeLastObject();
+    void removeAllObjects();
+    bool replaceObject(TuvObject* object);
+    void replaceObjectAtIndex(int index, TuvObject* object);
+
+    void setSize(int size);
+    void extendSize(int ignored);
+    void shrinkSizeToCount();
+    void sortByFunction(Comparison comparison);
+    using TuvObject::isEqual;
+    bool isEqual(const TuvObjectArray& other) const;
+
+    void setParent(TuvDirNode* parent);
+    std::uint64_t logicalSize() const;
+    std::uint64_t physicalSize() const;
+    int fileCount() const;
+    int folderCount() const;
+    int recursiveFileCount() const;
+    int recursiveFolderCount() const;
+    bool isResolved() const;
+    void unloadNodes();
+    std::vector<std::string> filePaths() const;
+    std::vector<std::string> fileURLs() const;  // "file://" URLs, percent-encoded
+    TuvRef<TuvObjectArray> filterUsing(const NodeFilterRule& filter, bool flag = false) const;
+    TuvRef<TuvObjectArray> toArraysInChunks(int length) const;
+    TuvRef<TuvObjectArray> toArraysInChunksWithLogicalSize(int maximumBytes, int maximumCount) const;
+
+    void rebuildTree();
+    void rebuildTreeBackWards();
+    void attachToRootNode(TuvDirNode* root);
+    void insertUnResolvedNodes(const TuvDirNode* folder);
+    void removeFoldersFromNodeRecursively(const TuvDirNode* folder);
+
+    // Byte forms (serialization/). A null buffer for an empty array.
+    ByteBuffer serialize() const;
+    void serialize(ByteBuffer& data, int depth) const;            // mixed form
+    void serialize(ByteBuffer& data, int depth, int type) const;  // homogeneous form
+    // Read at the cursor and advance it. False for bytes that are cut short or make no sense.
+    bool deserialize(ByteView data, int* cursor);
+    bool deserialize(ByteView data, int* cursor, int type);
+
+    void debug(int shift, int depth) const override;
+    void debug() const override;
+
+  protected:
+    ~TuvObjectArray() override;
+
+  private:
+    static TuvNode* asNode(TuvObject* object);
+    static TuvDirNode* asFolder(TuvObject* object);
+    // Storage (TuvObjectArray_storage.cpp). `slots` are those of the whole block, the gap included.
+    void ensureSlots(int slots);
+    void openFrontGap(int needed);
+    void append(TuvObject* object);
+
+    std::int32_t _size = 0;        // capacity as seen from outside, in pointers
+    std::int32_t _count = 0;       // pointers in use
+    std::int32_t _gap = 0;         // free slots before the first element
+    std::int32_t _slots = 0;       // slots of the whole block
+    TuvObject** _items = nullptr;  // first element; the block begins _gap slots earlier
+};
+
+// For arrays whose elements are arrays: by the sum of physical sizes, largest first.
+int TuvObjectArray_sortByPhysicalSize(const void* a, const void* b);
+// Logs the number of items and each one's objectID.
+void debug(const TuvObjectArray* array);
+
+}  // namespace kavaro
