@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "model/TuvDirNode.h"
+
+namespace kavaro {
+
+// A folder whose contents are missing from the totals, with the reason the server gave.
+struct UnreadFolder {
+    std::string path;
+    std::string reason;
+};
+
+// The outcome of measuring one folder. `root` may be set although something failed: then it holds what was measured
+// until then, `partial` is true, and unresolved folders in it are those that were not finished.
+struct Measurement {
+    std::string path;         // absolute
+    TuvRef<TuvDirNode> root;  // null: nothing was measured
+    std::vector<UnreadFolder> unread;
+    double seconds = 0;        // from the start of the job to its end
+    double serverSeconds = 0;  // the engine's own time, 0 when unknown
+    bool partial = false;
+    bool interrupted = false;            // by the user
+    std::string failure;                 // for people: path, reason, what to do; empty when all went well
+    std::uint64_t serverIdleMemory = 0;  // bytes before the job, 0 when unknown
+    std::uint64_t serverPeakMemory = 0;  // bytes, 0 when unknown
+
+    bool ok() const { return failure.empty() && !interrupted; }
+};
+
+// What is known while a job runs.
+struct MeasurementProgress {
+    std::uint64_t folders = 0;
+    std::uint64_t files = 0;
+    std::uint64_t physicalSize = 0;
+    std::uint64_t logicalSize = 0;
+    double seconds = 0;
+    std::string currentFolder;  // as much of the path as is known
+};
+
+// Measures folders one after another. Main thread. measure() runs the main loop until the job has ended, calling
+// `progress` about every tenth of a second; `interrupted` is asked often, and true stops the job.
+class MeasurementSource {
+  public:
+    struct Callbacks {
+        std::function<void(const MeasurementProgress&)> progress;
+        std::function<bool()> interrupted;
+    };
+    virtual ~MeasurementSource() = default;
+    virtual Measurement measure(const std::string& path, const Callbacks& callbacks) = 0;
+};
+
+}  // namespace kavaro
