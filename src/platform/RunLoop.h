@@ -15,15 +15,15 @@ class RunLoop {
     static RunLoop& main();
     ~RunLoop();
 
-    // Main thread. Handles what arrives until `seconds` have passed, stop() was called or a signal was caught.
-    // Returns false when stop() ended this run.
+    // Main thread. Handles what arrives until `seconds` have passed, stop() was called or a signal was caught; one
+    // caught since the last run ends it at once. Returns false when stop() ended this run.
     bool run(double seconds);
     // Main thread. Handles what arrives until done() is true or `seconds` have passed; returns the last done().
     // A caught signal does not end it.
     bool runUntil(const std::function<bool()>& done, double seconds);
     // Any thread. Makes the current run() return false, or the next one if none is active.
     void stop();
-    // Any thread. Makes the current run() return true soon.
+    // Any thread. Makes the current run() return true soon, or the next one if none is active.
     void wakeUp();
 
     // Main thread. Calls `action` once, `seconds` from now.
@@ -32,10 +32,12 @@ class RunLoop {
 
     // Any thread. Runs `action` on the main thread, after everything handed in before it. Does not wait.
     void performOnMain(std::function<void()> action);
-    // Any thread. As above and waits until it has run; on the main thread itself it runs at once.
+    // Any thread. As above and waits until it has run; on the main thread itself it runs at once. The main thread must
+    // go on running the loop meanwhile (also when it waits for the calling thread to end).
     void performOnMainAndWait(const std::function<void()>& action);
 
-    // Main thread. From now on TERM, INT and HUP set caughtSignal() and wake the loop. SIGPIPE is ignored.
+    // Main thread. From now on TERM, INT and HUP set caughtSignal() and wake the loop. A HUP that was ignored before
+    // stays ignored. SIGPIPE is ignored.
     void catchTerminationSignals();
     // Any thread. The number of the last caught signal, 0 for none.
     static int caughtSignal();
