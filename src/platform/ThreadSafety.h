@@ -8,6 +8,7 @@
 #endif
 
 #define KAVARO_CAPABILITY(name) KAVARO_TSA(capability(name))
+#define KAVARO_SCOPED_CAPABILITY KAVARO_TSA(scoped_lockable)
 #define KAVARO_GUARDED_BY(lock) KAVARO_TSA(guarded_by(lock))
 #define KAVARO_REQUIRES(lock) KAVARO_TSA(requires_capability(lock))
 #define KAVARO_ACQUIRE(...) KAVARO_TSA(acquire_capability(__VA_ARGS__))
