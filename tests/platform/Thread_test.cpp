@@ -1,0 +1,60 @@
+#include "platform/Thread.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <future>
+#include <string>
+
+namespace kavaro {
+namespace {
+
+std::string nameInThread(const std::string& name) {
+    std::promise<std::string> seen;
+    std::future<std::string> result = seen.get_future();
+    EXPECT_TRUE(detachThread(name, [&seen] {
+        char text[32] = "";
+        pthread_getname_np(pthread_self(), text, sizeof text);
+        seen.set_value_at_thread_exit(text);
+    }));
+    return result.get();
+}
+
+TEST(Thread, HasItsName) {
+    EXPECT_EQ(nameInThread("worker"), "worker");
+}
+
+TEST(Thread, CutsALongName) {
+    EXPECT_EQ(nameInThread("a name that is too long"), "a name that is ");
+}
+
+TEST(Thread, KeepsWhatTheBodyCaptured) {
+    auto value = std::make_shared<int>(41);
+    std::promise<int> promise;
+    std::future<int> result = promise.get_future();
+    std::weak_ptr<int> watched = value;
+    detachThread("captured", [value = std::move(value), &promise] { promise.set_value_at_thread_exit(*value + 1); });
+    EXPECT_EQ(result.get(), 42);
+}
+
+TEST(Thread, RaisesOnlyItsOwnPriority) {
+    int before = getpriority(PRIO_PROCESS, 0);
+    std::promise<std::pair<bool, int>> promise;
+    std::future<std::pair<bool, int>> result = promise.get_future();
+    detachThread("raised", [&promise] {
+        bool raised = raiseThreadPriority();
+        promise.set_value_at_thread_exit({raised, getpriority(PRIO_PROCESS, 0)});
+    });
+    auto [raised, nice] = result.get();
+    if (raised) {
+        EXPECT_LE(nice, -5);
+    } else {
+        EXPECT_EQ(nice, before);
+    }
+    EXPECT_EQ(getpriority(PRIO_PROCESS, 0), before);
+}
+
+}  // namespace
+}  // namespace kavaro
