@@ -3,6 +3,7 @@
 #include <any>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -12,7 +13,9 @@ namespace kavaro {
 
 // Notifications within one process. post() calls the observers of the name on the posting thread, in the order in
 // which they were added, and returns when the last has returned. Observers may be added and removed from any thread,
-// also from within an observer.
+// also from within an observer: no lock is held while one is called. An observer that is added during a post hears of
+// the next one; one that is removed is not called any more, but a call that already runs on another thread goes on
+// after removeObserver() returned.
 class NotificationCenter {
   public:
     using ObserverID = std::uint64_t;
@@ -36,8 +39,10 @@ class NotificationCenter {
     struct Entry {
         ObserverID id;
         std::string name;
-        Observer observer;
+        std::shared_ptr<const Observer> observer;  // shared with the posts that are under way
     };
+    bool isThere(ObserverID observer);
+
     std::mutex _mutex;
     std::vector<Entry> _entries;  // guarded by _mutex
     ObserverID _lastID = 0;       // guarded by _mutex
