@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "model/TuvNode.h"
 
@@ -84,6 +85,10 @@ class TuvDirNode : public TuvNode {
     void destroy() override;
 
   private:
+    // Gives the folder a new, empty list and the old one to the caller.
+    TuvRef<TuvObjectArray> takeFiles() { return std::exchange(_files, make<TuvObjectArray>()); }
+    TuvRef<TuvObjectArray> takeFolders() { return std::exchange(_folders, make<TuvObjectArray>()); }
+
     TuvRef<TuvObjectArray> _files;
     TuvRef<TuvObjectArray> _folders;
 };

@@ -1,0 +1,66 @@
+#include "model/TuvDirNode.h"
+#include "scan/ScanLog.h"
+
+namespace kavaro {
+
+bool TuvDirNode::diffNodes() {
+    TuvLog::info(scanLog, "diffNodes", "[%@]", filePath());
+    auto freshFiles = make<TuvObjectArray>();
+    auto freshFolders = make<TuvObjectArray>();
+    // Subfolders keep their nodes: only the files are brought up to date here.
+    if (loadNodes(freshFiles.get(), freshFolders.get())) mergeFiles(freshFiles.get());
+    return true;
+}
+
+// Sizes are unsigned and every sum is modular, so a difference may be added whichever way it points.
+bool TuvDirNode::mergeFiles(TuvObjectArray* fresh) {
+    TuvLog::info(scanLog, "mergeFiles", "[%@]", filePath());
+    TuvObjectArray* own = files();
+    auto pending = make<TuvObjectArray>();
+    const std::uint64_t oldLogical = logicalSize();
+    const std::uint64_t oldPhysical = physicalSize();
+    fresh->sortByFunction(TuvNode_sortByInode);
+    own->sortByFunction(TuvNode_sortByInode);
+    const std::uint64_t otherLogical = oldLogical - own->logicalSize();
+    const std::uint64_t otherPhysical = oldPhysical - own->physicalSize();
+
+    bool changed = false;
+    for (int i = 0; i < fresh->count(); ++i) {
+        TuvNode* node = fresh->nodeAtIndex(i);
+        if (auto* existing = static_cast<TuvNode*>(own->binaryObjectWithID(node->inode()))) {
+            changed = existing->mergeNode(*node);  // overwritten, not accumulated
+        } else {
+            TuvLog::info(scanLog, "mergeFiles", "Added [%@]", node->filePath());
+            pending->addObject(node);
+            node->setParent(this);
+            changed = true;
+        }
+    }
+    // One pass moves what stays to a list of its own: removing in place would cost the square of the removals.
+    auto kept = make<TuvObjectArray>(own->count() + pending->count() + 1);
+    for (int i = 0; i < own->count(); ++i) {
+        TuvNode* node = own->nodeAtIndex(i);
+        if (fresh->binaryObjectWithID(node->inode())) {
+            kept->addObject(node);
+        } else {
+            TuvLog::info(scanLog, "mergeFiles", "Removed [%@]", node->filePath());
+            changed = true;
+        }
+    }
+    own->removeAllObjects();
+    own->addObjectsFromArray(kept.get());
+    own->addObjectsFromArray(pending.get());
+
+    const std::uint64_t newLogical = own->logicalSize() + otherLogical;
+    const std::uint64_t newPhysical = own->physicalSize() + otherPhysical;
+    for (TuvDirNode* ancestor = parent(); ancestor; ancestor = ancestor->parent()) {
+        ancestor->setLogicalSize(ancestor->logicalSize() + (newLogical - oldLogical));
+        ancestor->setPhysicalSize(ancestor->physicalSize() + (newPhysical - oldPhysical));
+    }
+    setLogicalSize(newLogical);
+    setPhysicalSize(newPhysical);
+    if (changed) TuvLog::info(scanLog, "mergeFiles", "Merged [%@]", filePath());
+    return true;
+}
+
+}  // namespace kavaro

@@ -1,0 +1,234 @@
+#include <cerrno>
+#include <cmath>
+
+#include "model/TuvDirNode.h"
+#include "platform/Clock.h"
+#include "platform/Environment.h"
+#include "platform/Text.h"
+#include "scan/BackupFolders.h"
+#include "scan/ScanLog.h"
+#include "scan/ScanSession.h"
+
+namespace kavaro {
+
+namespace {
+
+constexpr int kManyFiles = 16000;
+constexpr int kManyFolders = 1600;
+constexpr std::size_t kLongestReferencePath = 1023;
+
+double milliseconds() {
+    return Clock::system().monotonicSeconds() * 1000;
+}
+
+const char* reasonOf(int error) {
+    if (error == EACCES || error == EPERM) return kReasonPermission;
+    if (error == ENOENT || error == ENOTDIR || error == ELOOP || error == ESTALE) return kReasonVanished;
+    return kReasonReadError;
+}
+
+// One listing of one folder: what the steps share.
+class Listing {
+  public:
+    Listing(TuvDirNode* folder, TuvObjectArray* files, TuvObjectArray* folders)
+        : _folder(folder), _files(files), _folders(folders), _session(ScanSession::current()) {}
+
+    // False when the folder is none: then nothing may be touched.
+    bool run();
+
+  private:
+    bool findReference(FileReference* reference);
+    void readEntries(CatalogIterator& iterator);
+    void addEntry(const CatalogEntry& entry);
+    TuvNode* addFolder(const CatalogEntry& entry);
+    TuvNode* addFile(const CatalogEntry& entry);
+    void reportTime(double spent) const;
+
+    TuvDirNode* const _folder;
+    TuvObjectArray* const _files;
+    TuvObjectArray* const _folders;
+    const std::shared_ptr<ScanSession> _session;
+    const bool _allowBackups = backupFoldersAllowed();
+    int _fileCount = 0;
+    int _folderCount = 0;
+};
+
+bool Listing::findReference(FileReference* reference) {
+    int error = 0;
+    if (_session->catalog().reference(std::string(_folder->filePath()), reference, &error)) return true;
+    const std::size_t length = _folder->filePath().size();
+    if (length > kLongestReferencePath) {
+        TuvLog::error(scanLog, "loadNodes", "Path too long (%d bytes) !!!", length);
+        _session->addMissed(std::string(_folder->filePath()), reasonOf(error));
+        return false;
+    }
+    // A name with "/" in it stands on disk with ":" instead.
+    _folder->setFileName(_folder->convertedFileName());
+    const std::string path(_folder->filePath());
+    TuvLog::info(scanLog, "loadNodes", "Trying \"%@\"", path);
+    if (_session->catalog().reference(path, reference, &error)) return true;
+    TuvLog::error(scanLog, "loadNodes", "Can't get the FSRef on \"%@\". This is bad !!!", path);
+    _session->addMissed(path, reasonOf(error));
+    return false;
+}
+
+bool Listing::run() {
+    if (scanLog.debugOn()) TuvLog::debug(scanLog, "loadNodes", "%@", _folder->filePath());
+    FileReference reference;
+    if (!findReference(&reference)) return true;
+    if (!reference.isDirectory) return false;
+    if (reference.excludedReason) {
+        TuvLog::info(scanLog, "loadNodes", "Not scanned (%s): \"%@\"", reference.excludedReason, _folder->filePath());
+        _session->addMissed(std::string(_folder->filePath()), reference.excludedReason);
+        return true;
+    }
+    int error = reference.openError;
+    std::unique_ptr<CatalogIterator> iterator;
+    if (error == 0) iterator = _session->catalog().openIterator(std::move(reference), &error);
+    if (!iterator) {
+        // Twice: by the node's path and by the reference's. A folder that may not be read has a reference without a
+        // descriptor, which knows no other path.
+        const std::string path(_folder->filePath());
+        TuvLog::error(scanLog, "loadNodes", "Couldn't create FSIterator for '%@': Error %i", path, error);
+        TuvLog::error(scanLog, "loadNodes", "Couldn't create FSIterator for '%@': Error %i", path, error);
+        _session->addMissed(path, reasonOf(error));
+        return true;
+    }
+    const double start = milliseconds();
+    readEntries(*iterator);
+    reportTime(milliseconds() - start);
+    return true;
+}
+
+void Listing::readEntries(CatalogIterator& iterator) {
+    CatalogEntry entries[CatalogIterator::kEntriesPerCall];
+    CatalogStatus status = CatalogStatus::ok;
+    while (status == CatalogStatus::ok) {
+        int count = 0;
+        status = iterator.nextEntries(entries, &count);
+        // What came with an error is dropped; what came with the end is not.
+        if (status == CatalogStatus::error) break;
+        for (int i = 0; i < count; ++i) addEntry(entries[i]);
+    }
+    // The tree keeps what was read; the client learns that something is missing.
+    if (status == CatalogStatus::error || iterator.unreadableEntries() > 0)
+        _session->addMissed(std::string(_folder->filePath()), reasonOf(iterator.error()));
+}
+
+void Listing::addEntry(const CatalogEntry& entry) {
+    TuvNode* node = entry.isDirectory ? addFolder(entry) : addFile(entry);
+    node->setContentModDate(TuvNode::timeIntervalFromUTCDateTime(entry.contentModDate));
+    node->setInode(entry.nodeID);
+    node->setParent(_folder);
+    node->setFileName(entry.name);
+    if (entry.isExcluded) {
+        TuvLog::info(scanLog, "loadNodes", "Not scanned (%s): \"%@\"", entry.reason, node->filePath());
+        _session->addMissed(std::string(node->filePath()), entry.reason);
+    }
+    if (scanLog.traceOn()) TuvLog::trace(scanLog, "loadNodes", "[%@] %@", node->nodeTypeString(), node->filePath());
+}
+
+TuvNode* Listing::addFolder(const CatalogEntry& entry) {
+    auto* node = new TuvDirNode;
+    _folders->adoptObject(node);
+    ++_folderCount;
+    if (entry.isExcluded) {
+        node->setHasLoadNodes();
+    } else if (!_allowBackups && isBackupFolderName(entry.name)) {
+        TuvLog::error(scanLog, "loadNodes", "We can't scan TimeMachine backup folders: \"%@/[%@]\"",
+                      _folder->filePath(), entry.name);
+        node->setHasLoadNodes();
+        _session->addMissed(stringByAppendingPathComponent(_folder->filePath(), entry.name), kReasonBackupFolder);
+    }
+    return node;
+}
+
+TuvNode* Listing::addFile(const CatalogEntry& entry) {
+    auto* node = new TuvNode;
+    _files->adoptObject(node);
+    ++_fileCount;
+    node->setLogicalSize(entry.logicalSize);
+    node->setPhysicalSize(entry.physicalSize);
+    return node;
+}
+
+void Listing::reportTime(double spent) const {
+    if (_fileCount > kManyFiles || _folderCount > kManyFolders) {
+        TuvLog::info(scanLog, "loadNodes", "%d files, %d folders in %7.3f ms at %d \"%@\"", _fileCount, _folderCount,
+                     spent, _folder->inode(), _folder->filePath());
+        TuvLog::info(scanLog, "loadNodes", "");
+    }
+    if (scanLog.debugOn())
+        TuvLog::debug(scanLog, "loadNodes", "spent %7.3f ms, [%d/%d files, %d/%d foldes] \"%@\"", spent,
+                      _files->count(), _files->size(), _folders->count(), _folders->size(), _folder->filePath());
+}
+
+}  // namespace
+
+TuvRef<TuvNode> TuvDirNode::loadFromPath(const std::string& path) {
+    CatalogStat stat;
+    int error = 0;
+    const bool found = ScanSession::current()->catalog().stat(path, &stat, &error);
+    if (scanLog.debugOn()) TuvLog::debug(scanLog, "loadFromPath", "%@", path);
+    if (!found) {
+        TuvLog::error(scanLog, "loadFromPath", "Could not stat(%@), it is possible the path has been removed.", path);
+        return nullptr;
+    }
+    TuvRef<TuvNode> node;
+    if (stat.isDirectory) {
+        node = make<TuvDirNode>();
+    } else {
+        node = make<TuvNode>();
+        node->setLogicalSize(stat.size);
+        const double block = stat.blockSize > 0 ? static_cast<double>(stat.blockSize) : 1;
+        node->setPhysicalSize(static_cast<std::uint64_t>(std::ceil(static_cast<double>(stat.size) / block) * block));
+    }
+    node->setInode(stat.nodeID);
+    node->setContentModDate(static_cast<double>(stat.modificationSeconds) - dateForJan1904());
+    node->setFileName(path);
+    return node;
+}
+
+bool TuvDirNode::loadNodes(TuvObjectArray* files, TuvObjectArray* folders) {
+    if (Listing(this, files, folders).run()) setHasLoadNodes();
+    return true;
+}
+
+bool TuvDirNode::loadNodes() {
+    if (hasLoadNodes()) return false;
+    const double start = milliseconds();
+    const bool loaded = loadNodes(files(), folders());
+    appendStatInfo(milliseconds() - start);
+    return loaded;
+}
+
+void TuvDirNode::loadNodes_debugLowLevel() const {
+    constexpr std::uint32_t kTrap = 1465874;
+    if (inode() == kTrap) TuvLog::info(scanLog, "loadNodes_debugLowLevel", "%@", filePath());
+    auto session = ScanSession::current();
+    FileReference reference;
+    int error = 0;
+    if (!session->catalog().reference(std::string(filePath()), &reference, &error) || !reference.isDirectory) return;
+    auto iterator = session->catalog().openIterator(std::move(reference), &error);
+    if (!iterator) return;
+    const double start = milliseconds();
+    int files = 0;
+    int folders = 0;
+    CatalogEntry entries[CatalogIterator::kEntriesPerCall];
+    for (CatalogStatus status = CatalogStatus::ok; status == CatalogStatus::ok;) {
+        int count = 0;
+        status = iterator->nextEntries(entries, &count);
+        if (status == CatalogStatus::error) {
+            TuvLog::info(scanLog, "loadNodes_debugLowLevel", "Error %s", errorText(iterator->error()));
+            break;
+        }
+        for (int i = 0; i < count; ++i) ++(entries[i].isDirectory ? folders : files);
+    }
+    if (files > kManyFiles || folders > kManyFolders) {
+        TuvLog::info(scanLog, "loadNodes_debugLowLevel", "%d files, %d folders in %7.3f ms at %d \"%@\"", files,
+                     folders, milliseconds() - start, inode(), filePath());
+        TuvLog::info(scanLog, "loadNodes_debugLowLevel", "");
+    }
+}
+
+}  // namespace kavaro
