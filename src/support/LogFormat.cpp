@@ -1,5 +1,6 @@
 #include "support/LogFormat.h"
 
+#include <locale.h>
 #include <cstdio>
 
 namespace kavaro {
@@ -45,39 +46,63 @@ void appendNumber(std::string& out, std::string_view flags, const char* ending, 
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     const int length = std::snprintf(text, sizeof text, specification, value);
 #pragma GCC diagnostic pop
-    if (length > 0) out.append(text, static_cast<std::size_t>(length) < sizeof text ? length : sizeof text - 1);
+    if (length > 0)
+        out.append(text,
+                   static_cast<std::size_t>(length) < sizeof text ? static_cast<std::size_t>(length) : sizeof text - 1);
+}
+
+void appendInteger(std::string& out, const Conversion& conversion, const LogArgument& argument) {
+    const bool isSigned = argument.kind == LogArgument::Kind::signedInteger;
+    char ending[4] = {'l', 'l', conversion.letter, 0};
+    std::uint64_t value = argument.number.u;
+    switch (conversion.letter) {
+        case 'c': {
+            const char character = static_cast<char>(value);
+            appendText(out, conversion.flagsWidthPrecision, std::string_view(&character, 1));
+            return;
+        }
+        case 'd':
+        case 'i':
+        case 'u':
+            // The value is printed, whatever the letter's sign: an inode above 2^31 does not turn negative.
+            ending[2] = isSigned ? 'd' : 'u';
+            break;
+        default:
+            if (isSigned && argument.bytes < 8) value &= (std::uint64_t{1} << (8 * argument.bytes)) - 1;
+    }
+    appendNumber(out, conversion.flagsWidthPrecision, ending, static_cast<unsigned long long>(value));
+}
+
+void appendReal(std::string& out, const Conversion& conversion, const LogArgument& argument) {
+    // A decimal point in every locale. Never freed: lines may come until the very end.
+    static const locale_t plain = newlocale(LC_ALL_MASK, "C", locale_t{});
+    const locale_t current = uselocale(plain);
+    const char ending[2] = {conversion.letter, 0};
+    appendNumber(out, conversion.flagsWidthPrecision, ending, argument.number.d);
+    uselocale(current);
 }
 
 void append(std::string& out, const Conversion& conversion, const LogArgument& argument) {
     const std::string_view flags = conversion.flagsWidthPrecision;
-    char ending[4] = {'l', 'l', conversion.letter, 0};
     switch (argument.kind) {
         case LogArgument::Kind::text:
             appendText(out, flags, argument.text.data() ? argument.text : std::string_view(argument.owned));
             break;
-        case LogArgument::Kind::real: {
-            const char real[2] = {conversion.letter, 0};
-            appendNumber(out, flags, real, argument.number.d);
+        case LogArgument::Kind::real:
+            appendReal(out, conversion, argument);
             break;
-        }
         case LogArgument::Kind::pointer:
-            if (conversion.letter == 'p') out += "0x";
-            ending[2] = conversion.letter == 'X' ? 'X' : 'x';
-            appendNumber(out, flags, ending, static_cast<unsigned long long>(argument.number.u));
-            break;
+            if (conversion.letter == 'p') {
+                char text[24];
+                const int length =
+                    std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(argument.number.u));
+                appendText(out, flags, std::string_view(text, static_cast<std::size_t>(length)));
+                break;
+            }
+            [[fallthrough]];
         case LogArgument::Kind::signedInteger:
-            if (conversion.letter == 'c')
-                out += static_cast<char>(argument.number.i);
-            else
-                appendNumber(out, flags, ending, static_cast<long long>(argument.number.i));
-            break;
         case LogArgument::Kind::unsignedInteger:
-            // The value is printed, whatever the letter's sign: an inode above 2^31 does not turn negative.
-            if (conversion.letter == 'd' || conversion.letter == 'i') ending[2] = 'u';
-            if (conversion.letter == 'c')
-                out += static_cast<char>(argument.number.u);
-            else
-                appendNumber(out, flags, ending, static_cast<unsigned long long>(argument.number.u));
+            appendInteger(out, conversion, argument);
             break;
     }
 }

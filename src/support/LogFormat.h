@@ -15,18 +15,28 @@ concept Describable = requires(const T& object) {
 };
 
 template <class T>
-concept TextLike = std::convertible_to<const T&, std::string_view> || std::same_as < std::decay_t<T>,
-const char* > || std::same_as<std::decay_t<T>, char*>;
+concept TextLike = std::convertible_to<const T&, std::string_view>;
+
+// A text that may be absent, which prints as "(null)".
+template <class T>
+concept OptionalText = requires(const T& text) {
+    { text.has_value() } -> std::same_as<bool>;
+    { *text } -> std::convertible_to<std::string_view>;
+};
 
 template <class T>
 concept ObjectLike = Describable<std::remove_cvref_t<T>> ||
     (std::is_pointer_v<std::remove_cvref_t<T>>&&
          Describable<std::remove_cv_t<std::remove_pointer_t<std::remove_cvref_t<T>>>>);
 
-// One captured argument of a log call. Texts are borrowed for the duration of the call.
+// One captured argument of a log call. Texts are borrowed for the duration of the call. An absent text or object (null
+// pointer, view without data, empty optional) prints as "(null)".
 struct LogArgument {
     enum class Kind : std::uint8_t { signedInteger, unsignedInteger, real, pointer, text };
-    Kind kind;
+    static constexpr std::string_view kAbsent = "(null)";
+
+    Kind kind = Kind::text;
+    std::uint8_t bytes = 8;  // width of an integer: what a negative one shows in hexadecimal
     union {
         std::int64_t i;
         std::uint64_t u;
@@ -37,7 +47,7 @@ struct LogArgument {
 
     template <class T>
     static LogArgument of(const T& value) {
-        LogArgument argument{Kind::text, {}, {}, {}};
+        LogArgument argument;
         if constexpr (std::is_enum_v<T>) {
             return of(static_cast<std::underlying_type_t<T>>(value));
         } else if constexpr (std::is_floating_point_v<T>) {
@@ -45,24 +55,29 @@ struct LogArgument {
             argument.number.d = static_cast<double>(value);
         } else if constexpr (std::is_integral_v<T> && std::is_signed_v<T>) {
             argument.kind = Kind::signedInteger;
+            argument.bytes = sizeof(T);
             argument.number.i = value;
         } else if constexpr (std::is_integral_v<T>) {
             argument.kind = Kind::unsignedInteger;
             argument.number.u = value;
+        } else if constexpr (std::is_null_pointer_v<T>) {
+            argument.text = kAbsent;
+        } else if constexpr (OptionalText<T>) {
+            argument.text = value ? std::string_view(*value) : kAbsent;
         } else if constexpr (TextLike<T>) {
-            if constexpr (std::is_pointer_v<std::decay_t<T>>) {
-                const char* pointer = value;
-                argument.text = pointer ? std::string_view(pointer) : std::string_view("(null)");
+            if constexpr (std::is_pointer_v<T>) {
+                argument.text = value ? std::string_view(value) : kAbsent;
             } else {
                 argument.text = value;
+                if (!argument.text.data()) argument.text = kAbsent;
             }
+        } else if constexpr (std::is_pointer_v<T> && ObjectLike<T>) {
+            if (value)
+                argument.owned = value->description();
+            else
+                argument.text = kAbsent;
         } else if constexpr (ObjectLike<T>) {
-            if constexpr (std::is_pointer_v<T>) {
-                argument.owned = value ? std::string(value->description()) : std::string("(null)");
-                argument.number.u = reinterpret_cast<std::uintptr_t>(value);
-            } else {
-                argument.owned = value.description();
-            }
+            argument.owned = value.description();
         } else {
             static_assert(std::is_pointer_v<T>, "a log argument is a number, a text, an object or a pointer");
             argument.kind = Kind::pointer;
@@ -83,7 +98,7 @@ constexpr Class classOf() {
         return Class::real;
     else if constexpr (std::is_integral_v<U> || std::is_enum_v<U>)
         return Class::integer;
-    else if constexpr (TextLike<U> || ObjectLike<U>)
+    else if constexpr (TextLike<U> || OptionalText<U> || ObjectLike<U> || std::is_null_pointer_v<U>)
         return Class::text;
     else
         return Class::pointer;
@@ -118,8 +133,11 @@ constexpr bool fits(char letter, Class argument) {
         case 'X':
             return argument == Class::integer || argument == Class::pointer;
         case 'f':
+        case 'F':
         case 'e':
+        case 'E':
         case 'g':
+        case 'G':
             return argument == Class::real;
         case 's':
         case '@':
@@ -170,8 +188,7 @@ std::string formatText(std::string_view format, const LogArgument* arguments, st
 
 template <class... Arguments>
 std::string formatted(LogFormat<std::type_identity_t<Arguments>...> format, const Arguments&... arguments) {
-    const LogArgument captured[sizeof...(Arguments) + 1] = {LogArgument::of(arguments)...,
-                                                            LogArgument{LogArgument::Kind::text, {}, {}, {}}};
+    const LogArgument captured[sizeof...(Arguments) + 1] = {LogArgument::of(arguments)..., LogArgument()};
     return formatText(format.text(), captured, sizeof...(Arguments));
 }
 
