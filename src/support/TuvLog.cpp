@@ -1,6 +1,6 @@
 #include "support/TuvLog.h"
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdio>
 #include <map>
 #include <memory>
@@ -63,7 +63,8 @@ std::shared_ptr<LogDestination> parseDestination(const PropertyList& root) {
     file.path = *path->string();
     if (const PropertyList* bytes = root.get("maximumBytes"); bytes && bytes->intValue() > 0)
         file.maximumBytes = static_cast<std::uint64_t>(bytes->intValue());
-    if (const PropertyList* kept = root.get("keptFiles")) file.keptFiles = static_cast<int>(kept->intValue());
+    if (const PropertyList* kept = root.get("keptFiles"))
+        file.keptFiles = static_cast<int>(std::clamp<std::int64_t>(kept->intValue(), 0, 1000));
     return LogDestination::file(file);
 }
 
@@ -83,21 +84,6 @@ LogLevel TuvLog::configuredLevel(LogSource source) {
             return found->second;
     }
     return configuration().defaultLevel;
-}
-
-bool TuvLog::isOn(LogSource source, LogLevel level) {
-    const LogComponent* component = source.component();
-    if (!component) return configuredLevel(source) <= level;
-    switch (level) {
-        case LogLevel::trace:
-            return component->traceOn();
-        case LogLevel::debug:
-            return component->debugOn();
-        case LogLevel::info:
-            return component->infoOn();
-        default:
-            return component->errorOn();
-    }
 }
 
 void TuvLog::loadConfigFromPath(const std::string& path) {

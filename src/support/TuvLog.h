@@ -19,19 +19,20 @@ class LogComponent {
   public:
     constexpr explicit LogComponent(const char* name) : _name(name) {}
     const char* name() const { return _name; }
-    bool traceOn() const { return level() <= static_cast<int>(LogLevel::trace); }
-    bool debugOn() const { return level() <= static_cast<int>(LogLevel::debug); }
-    bool infoOn() const { return level() <= static_cast<int>(LogLevel::info); }
-    bool errorOn() const { return level() <= static_cast<int>(LogLevel::error); }
+    bool traceOn() const { return isOn(LogLevel::trace); }
+    bool debugOn() const { return isOn(LogLevel::debug); }
+    bool infoOn() const { return isOn(LogLevel::info); }
+    bool errorOn() const { return isOn(LogLevel::error); }
+    bool isOn(LogLevel level) const {
+        const int lowest = _level.load(std::memory_order_relaxed);  // kUnknown is below every level
+        if (static_cast<int>(level) < lowest) return false;
+        return lowest != kUnknown || static_cast<int>(level) >= load();
+    }
     // For tests: the next use asks again.
     void forget() const { _level.store(kUnknown, std::memory_order_relaxed); }
 
   private:
     static constexpr int kUnknown = -1;
-    int level() const {
-        const int level = _level.load(std::memory_order_relaxed);
-        return level != kUnknown ? level : load();
-    }
     int load() const;
 
     const char* _name;
@@ -101,7 +102,9 @@ class TuvLog {
     static void setDestinationEnabled(bool enabled);
 
   private:
-    static bool isOn(LogSource source, LogLevel level);
+    static bool isOn(LogSource source, LogLevel level) {
+        return source.component() ? source.component()->isOn(level) : configuredLevel(source) <= level;
+    }
     static void write(LogLevel level, LogSource source, const char* selector, std::string text);
 };
 
