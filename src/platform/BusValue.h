@@ -13,7 +13,7 @@
 namespace kavaro {
 
 // Bytes that came over the bus: either inside the message or in a sealed memory file that is mapped read-only.
-// Move-only; view() lives as long as this object.
+// view() lives as long as this object or a copy of it; it is null when the bytes were empty.
 class BusData {
   public:
     BusData() = default;
@@ -61,7 +61,7 @@ class BusValue {
     std::optional<Dictionary> asDictionary() const;  // a{sv}, variants unwrapped; also a{ss}
     BusValue get(std::string_view key) const;        // of an a{sv}; no value when absent
 
-    std::string description() const;  // for logs and messages, one line
+    std::string description() const;  // for logs and messages, one line, long values shortened
 
     // Platform's own: the GVariant behind the value and the file that an h refers to (-1 for none).
     struct Impl;
