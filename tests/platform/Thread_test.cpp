@@ -6,18 +6,19 @@
 #include <unistd.h>
 
 #include <future>
+#include <memory>
 #include <string>
 
 namespace kavaro {
 namespace {
 
 std::string nameInThread(const std::string& name) {
-    std::promise<std::string> seen;
-    std::future<std::string> result = seen.get_future();
-    EXPECT_TRUE(detachThread(name, [&seen] {
+    auto seen = std::make_shared<std::promise<std::string>>();
+    std::future<std::string> result = seen->get_future();
+    EXPECT_TRUE(detachThread(name, [seen] {
         char text[32] = "";
         pthread_getname_np(pthread_self(), text, sizeof text);
-        seen.set_value_at_thread_exit(text);
+        seen->set_value(text);
     }));
     return result.get();
 }
@@ -32,20 +33,20 @@ TEST(Thread, CutsALongName) {
 
 TEST(Thread, KeepsWhatTheBodyCaptured) {
     auto value = std::make_shared<int>(41);
-    std::promise<int> promise;
-    std::future<int> result = promise.get_future();
+    auto promise = std::make_shared<std::promise<int>>();
+    std::future<int> result = promise->get_future();
     std::weak_ptr<int> watched = value;
-    detachThread("captured", [value = std::move(value), &promise] { promise.set_value_at_thread_exit(*value + 1); });
+    detachThread("captured", [value = std::move(value), promise] { promise->set_value(*value + 1); });
     EXPECT_EQ(result.get(), 42);
 }
 
 TEST(Thread, RaisesOnlyItsOwnPriority) {
     int before = getpriority(PRIO_PROCESS, 0);
-    std::promise<std::pair<bool, int>> promise;
-    std::future<std::pair<bool, int>> result = promise.get_future();
-    detachThread("raised", [&promise] {
+    auto promise = std::make_shared<std::promise<std::pair<bool, int>>>();
+    std::future<std::pair<bool, int>> result = promise->get_future();
+    detachThread("raised", [promise] {
         bool raised = raiseThreadPriority();
-        promise.set_value_at_thread_exit({raised, getpriority(PRIO_PROCESS, 0)});
+        promise->set_value({raised, getpriority(PRIO_PROCESS, 0)});
     });
     auto [raised, nice] = result.get();
     if (raised) {
