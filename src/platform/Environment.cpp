@@ -27,6 +27,16 @@ std::string linkTarget(const char* path) {
     }
 }
 
+// What is gone from its folder (a replaced program, a removed folder) is still known by where it was.
+std::string pathOfLink(const char* link) {
+    std::string path = linkTarget(link);
+    constexpr std::string_view kDeleted = " (deleted)";
+    if (path.size() > kDeleted.size() && path.ends_with(kDeleted) && access(path.c_str(), F_OK) != 0) {
+        path.resize(path.size() - kDeleted.size());
+    }
+    return path;
+}
+
 std::string homeInUserDatabase() {
     std::vector<char> buffer(1024);
     passwd entry{};
@@ -62,13 +72,13 @@ std::uint64_t memoryOfProcess(int pid, const char* key) {
 }  // namespace
 
 std::string executablePath() {
-    std::string path = linkTarget("/proc/self/exe");
-    // A program that was replaced while it runs (an update) is still known by where it was.
-    constexpr std::string_view kDeleted = " (deleted)";
-    if (path.size() > kDeleted.size() && path.ends_with(kDeleted) && access(path.c_str(), F_OK) != 0) {
-        path.resize(path.size() - kDeleted.size());
-    }
-    return path;
+    return pathOfLink("/proc/self/exe");
+}
+
+std::string pathOfDescriptor(int fd) {
+    if (fd < 0) return {};
+    std::string path = pathOfLink(("/proc/self/fd/" + std::to_string(fd)).c_str());
+    return path.starts_with('/') ? path : "";  // pipes and sockets have names without a place
 }
 
 std::string homeFolder() {

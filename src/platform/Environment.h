@@ -6,7 +6,10 @@
 namespace kavaro {
 
 std::string executablePath();  // absolute path of the running program; empty when unknown
-std::string homeFolder();      // HOME, else the user database's; empty when neither is known
+// Absolute path of an open file or folder as it is named now, or where it last was; empty for none, for what has no
+// place in the file system, and for a path longer than the kernel tells.
+std::string pathOfDescriptor(int fd);
+std::string homeFolder();  // HOME, else the user database's; empty when neither is known
 // A folder of the user's by the desktop's rules: the variable's value when it is an absolute path, else the one named
 // below the home folder; empty without a home.
 std::string baseFolder(const char* variable, const char* belowHome);

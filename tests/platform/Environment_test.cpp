@@ -9,9 +9,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <vector>
 
 #include "ScopedEnvironment.h"
+#include "TempFolder.h"
 
 namespace kavaro {
 namespace {
@@ -91,6 +93,28 @@ TEST(Environment, MeasuresMemory) {
     EXPECT_GE(peakMemoryOfProcess(0), before + kAdded / 2);
     EXPECT_GE(peakMemoryOfProcess(getpid()), before + kAdded / 2);
     EXPECT_EQ(peakMemoryOfProcess(-1), 0u);
+}
+
+TEST(Environment, TellsThePathOfAnOpenFolder) {
+    TempFolder folder;
+    folder.makeFolder("a");
+    const int fd = open(folder.path("a").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(pathOfDescriptor(fd), folder.path("a"));
+    ASSERT_EQ(rename(folder.path("a").c_str(), folder.path("b (deleted)").c_str()), 0);
+    EXPECT_EQ(pathOfDescriptor(fd), folder.path("b (deleted)"));
+    ASSERT_EQ(rename(folder.path("b (deleted)").c_str(), folder.path("c\n\xff").c_str()), 0);
+    EXPECT_EQ(pathOfDescriptor(fd), folder.path("c\n\xff"));
+    ASSERT_EQ(rmdir(folder.path("c\n\xff").c_str()), 0);
+    EXPECT_EQ(pathOfDescriptor(fd), folder.path("c\n\xff"));
+    close(fd);
+    EXPECT_EQ(pathOfDescriptor(fd), "");
+    EXPECT_EQ(pathOfDescriptor(-1), "");
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    EXPECT_EQ(pathOfDescriptor(ends[0]), "");
+    close(ends[0]);
+    close(ends[1]);
 }
 
 TEST(Environment, NamesErrors) {
