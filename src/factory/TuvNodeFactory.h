@@ -1,0 +1,156 @@
+#pragma once
+
+#include <any>
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "factory/DistributedCenter.h"
+#include "factory/TuvKavaroProxy.h"
+#include "model/TuvDirNode.h"
+#include "platform/Clock.h"
+#include "platform/ConditionLock.h"
+#include "platform/RunLoop.h"
+#include "scan/ScanSession.h"
+
+namespace kavaro {
+
+// The engine that sizes one folder tree at a time. Requests come on the main thread. The worker thread resolves one
+// folder a step from the thread stack; the notification thread collects resolved folders, makes one batch of them at
+// every interval and has the main thread post it. One engine per process, made by sharedInstance(), never ended.
+//
+// Threads and objects: a node belongs to the worker until it enters the notification stack, and from then on its
+// reference count and its children are changed under _notificationStackLock alone. No thread holds two locks at once.
+class TuvNodeFactory : public TuvKavaroProxy {
+  public:
+    // Seconds. Handed in, so that tests do not wait for them.
+    struct Durations {
+        double setUpPause = 1.0;
+        double notificationInterval = 0.15;
+        double debugNotificationInterval = 0.5;
+        double traceNotificationPause = 1.75;
+        double debugResolvePause = 0.01;
+        double traceStepPause = 0.25;
+    };
+    struct Surroundings {
+        Clock* clock = &Clock::system();
+        Durations durations;
+        DistributedCenter* distributedCenter = nullptr;  // must outlive the engine; null: nothing can be posted there
+    };
+    // Takes effect for the engine that the next first sharedInstance() makes.
+    static void setSurroundings(const Surroundings& surroundings);
+    static TuvNodeFactory* sharedInstance();
+    static bool hasSharedInstance();
+
+    // Main thread. Absent parent inodes are not the same as none.
+    void startWorkingAtPath(const std::string& path);
+    void startWorkingAtPath(const std::string& path, const std::optional<std::vector<std::uint32_t>>& parentInodes);
+    // Serialised folder with its direct children; a null buffer when there is none.
+    ByteBuffer prioritizeNodeWithInode(std::int32_t inode, const std::string& path);
+    ByteBuffer hasFileSytemChanged(const std::string& path);
+    ByteBuffer nodeWithPath(const std::string& path, bool loadChildren);
+    void stopSizing();
+
+    // The low byte of the number of waiting folders: NO for any multiple of 256. Clients rely on it, keep it so.
+    signed char isWorking() const { return static_cast<signed char>(_threadStackCount.load() & 0xff); }
+    TuvDirNode* currentlyWorking();
+    TuvDirNode* newFromPath(const std::string& path);
+    TuvDirNode* existingFromPath(const std::string& path);
+    float notificationInterval() const { return _notificationInterval; }
+    void setNotificationInterval(float seconds) { _notificationInterval = seconds; }
+    bool localWorker() const { return _localWorker; }
+    void setLocalWorker(bool flag);
+    // Milliseconds that the last completed job took, 0 before the first.
+    double lastJobMilliseconds() const { return _lastJobMilliseconds; }
+
+    // Folders that hold more than this many nodes together make the worker wait until the client has taken some.
+    static constexpr std::int64_t kUnsentNodesLimit = 2'000'000;
+    static constexpr std::size_t kMissedFoldersPerNotification = 1000;
+
+  private:
+    explicit TuvNodeFactory(const Surroundings& surroundings);
+    void _startWorkingThread();
+
+    // TuvNodeFactory_worker.cpp
+    void _resolveFileTH();
+    struct Step;
+    void resolveTop(Step& step) KAVARO_REQUIRES(_threadStackLock);
+    void noteCompletion(const Step& step);
+    void handOver(Step& step);
+    void waitForReader();
+
+    // TuvNodeFactory_notifications.cpp
+    void _resolveFileNotificationTH();
+    struct Batch;
+    bool formBatch(Batch& batch) KAVARO_REQUIRES(_notificationStackLock);
+    void takeRoot(Batch& batch) KAVARO_REQUIRES(_notificationStackLock);
+    void forgetNotificationStack() KAVARO_REQUIRES(_notificationStackLock);
+    void deliver(Batch& batch);
+    void noteSent(std::int64_t nodes);
+    void _startedFileNotificationAppkit(ByteBuffer data);
+    void _resolvedFileNotificationAppkit(ByteBuffer data);
+    void _completedFileNotificationAppkit(ByteBuffer data);
+    void _stopedFileNotificationAppkit();
+    NotificationUserInfo _userInfo(std::shared_ptr<const ByteBuffer> data) const;
+    void post(std::string_view name, ByteBuffer data);
+    void post(std::string_view name, const std::any& localObject, const NotificationUserInfo& userInfo);
+    void postMissedFolders(const std::vector<MissedFolder>& missed);
+
+    void retireJob();
+    void removeWaiting(const TuvDirNode* folder) KAVARO_REQUIRES(_threadStackLock);
+    void unlockThreadStack() KAVARO_RELEASE(_threadStackLock);
+    bool isCurrent(std::uint64_t job) const { return _job.load(std::memory_order_acquire) == job; }
+
+    // Constant after construction.
+    Clock& _clock;
+    const Durations _durations;
+    DistributedCenter* const _distributedCenter;
+    const bool _debugOn;
+    const bool _traceOn;
+
+    // Main thread.
+    std::optional<std::vector<std::uint32_t>> _parentInodes;
+
+    // Read by any thread: settings and counters that the rules read without a lock.
+    std::atomic<bool> _localWorker{false};
+    std::atomic<float> _notificationInterval{0};   // seconds
+    std::atomic<int> _completedNodesCount{0};      // folders sent in this job
+    std::atomic<int> _resolveFileTH_status{0};     // 0 never started, 1 running, 2 completed
+    std::atomic<int> _threadStackCount{0};         // of _threadStack
+    std::atomic<int> _notificationStackCount{0};   // of _notificationStack
+    std::atomic<TuvDirNode*> _rootOfJob{nullptr};  // for comparing, never followed
+    std::atomic<double> _lastJobMilliseconds{0};
+    // Counts starts and stops, so that nothing of an abandoned job reaches the next one's client.
+    std::atomic<std::uint64_t> _job{0};
+    std::atomic<bool> _workerStarted{false};
+    std::atomic<bool> _notifierStarted{false};
+
+    // Worker thread.
+    std::optional<double> _jobStart;  // monotonic seconds; held from a job's first step to its completion
+    // Notification thread.
+    int _lastProgress = 0;
+
+    mutable ConditionLock _threadStackLock{0};                                // 1: not empty, 0: empty
+    TuvRef<TuvObjectArray> _threadStack KAVARO_GUARDED_BY(_threadStackLock);  // index 0 is the top
+    TuvRef<TuvDirNode> _rootNode KAVARO_GUARDED_BY(_threadStackLock);
+    std::shared_ptr<ScanSession> _session KAVARO_GUARDED_BY(_threadStackLock);
+
+    ConditionLock _notificationStackLock{0};  // 1: not empty, 0: empty
+    TuvRef<TuvObjectArray> _notificationStack KAVARO_GUARDED_BY(_notificationStackLock);
+    std::uint64_t _notificationStackJob KAVARO_GUARDED_BY(_notificationStackLock) = 0;
+    std::shared_ptr<ScanSession> _notificationStackSession KAVARO_GUARDED_BY(_notificationStackLock);
+    std::int64_t _notificationStackNodes KAVARO_GUARDED_BY(_notificationStackLock) = 0;  // children included
+
+    // Back-pressure: nodes in folders that are resolved and have not left the process.
+    std::mutex _unsentMutex;
+    std::condition_variable _unsentChanged;
+    std::int64_t _unsentNodes = 0;  // guarded by _unsentMutex
+};
+
+}  // namespace kavaro

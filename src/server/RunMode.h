@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+namespace kavaro {
+
+// The log configuration that belongs to an executable. Its base folder is its path less three components: an installed
+// "Kavaro.app" has Resources/TuvLog.plist, a checkout "trunk" Applications/Kavaro/TuvLog.plist; anything else none.
+std::string logConfigurationPath(const std::string& executablePath);
+
+// True when the default "standardLog" is there and YES: a normal process, otherwise a daemon.
+bool runsAsNormalProcess();
+
+}  // namespace kavaro

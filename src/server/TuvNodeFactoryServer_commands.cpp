@@ -1,0 +1,99 @@
+#include "server/ServerLog.h"
+#include "server/TuvNodeFactoryServer.h"
+
+namespace kavaro {
+
+namespace {
+
+BusReply invalid(const std::string& reason) {
+    return {{}, {"org.freedesktop.DBus.Error.InvalidArgs", reason}};
+}
+
+const std::string kBadPath = "the path must be an absolute path without a NUL byte";
+
+// An absolute path, or nothing.
+std::optional<std::string> pathAt(const BusCall& call, std::size_t index) {
+    if (index >= call.arguments.size()) return std::nullopt;
+    auto path = call.arguments[index].asPath();
+    if (!path || path->empty() || path->front() != '/') return std::nullopt;
+    return path;
+}
+
+BusReply nodeReply(const ByteBuffer& node) {
+    return {{BusValue::variant(BusValue::data(node.view()))}, {}};
+}
+
+std::string joined(const std::vector<std::uint32_t>& inodes) {
+    std::string text;
+    for (std::uint32_t inode : inodes) text += (text.empty() ? "" : ", ") + std::to_string(inode);
+    return text;
+}
+
+}  // namespace
+
+TuvNodeFactory* TuvNodeFactoryServer::factory() {
+    return TuvNodeFactory::sharedInstance();
+}
+
+BusReply TuvNodeFactoryServer::handleCall(const BusCall& call) {
+    using Command = BusReply (TuvNodeFactoryServer::*)(const BusCall&);
+    static constexpr std::pair<std::string_view, Command> kCommands[] = {
+        {"startWorkingAtPath", &TuvNodeFactoryServer::startWorkingAtPath},
+        {"startWorkingAtPathParentInodes", &TuvNodeFactoryServer::startWorkingAtPathParentInodes},
+        {"prioritizeNodeWithInodePath", &TuvNodeFactoryServer::prioritizeNodeWithInodePath},
+        {"hasFileSytemChanged", &TuvNodeFactoryServer::hasFileSytemChanged},
+        {"stopSizing", &TuvNodeFactoryServer::stopSizing},
+        {"shutdownServer", &TuvNodeFactoryServer::shutdownServerCall},
+    };
+    BusError refusal = _authority->refusal(call);
+    if (refusal.isSet()) return {{}, std::move(refusal)};
+    if (_authority->isRestricted()) _distributedCenter->addReceiver(call.sender);
+    for (const auto& [member, command] : kCommands)
+        if (member == call.member) return (this->*command)(call);
+    return TuvKavaroProxy::handleCall(call);
+}
+
+BusReply TuvNodeFactoryServer::startWorkingAtPath(const BusCall& call) {
+    const auto path = pathAt(call, 0);
+    if (!path) return invalid(kBadPath);
+    TuvLog::info(serverLog, "startWorkingAtPath:", "%@", *path);
+    factory()->startWorkingAtPath(*path);
+    return {};
+}
+
+BusReply TuvNodeFactoryServer::startWorkingAtPathParentInodes(const BusCall& call) {
+    const auto path = pathAt(call, 0);
+    const auto inodes = call.arguments.size() > 1 ? call.arguments[1].asUint32s() : std::nullopt;
+    if (!path || !inodes) return invalid(kBadPath);
+    TuvLog::info(serverLog, "startWorkingAtPath:parentInodes:", "%@ %@", *path, joined(*inodes));
+    factory()->startWorkingAtPath(*path, *inodes);
+    return {};
+}
+
+BusReply TuvNodeFactoryServer::prioritizeNodeWithInodePath(const BusCall& call) {
+    const auto inode = call.arguments.empty() ? std::nullopt : call.arguments[0].asInteger();
+    const auto path = pathAt(call, 1);
+    if (!inode || !path) return invalid(kBadPath);
+    TuvLog::info(serverLog, "prioritizeNodeWithInode:path:", "%d [%@]", *inode, *path);
+    return nodeReply(factory()->prioritizeNodeWithInode(static_cast<std::int32_t>(*inode), *path));
+}
+
+BusReply TuvNodeFactoryServer::hasFileSytemChanged(const BusCall& call) {
+    const auto path = pathAt(call, 0);
+    if (!path) return invalid(kBadPath);
+    TuvLog::info(serverLog, "hasFileSytemChanged:", "[%@]", *path);
+    return nodeReply(factory()->hasFileSytemChanged(*path));
+}
+
+BusReply TuvNodeFactoryServer::stopSizing(const BusCall&) {
+    TuvLog::info(serverLog, "stopSizing", "");
+    factory()->stopSizing();
+    return {};
+}
+
+BusReply TuvNodeFactoryServer::shutdownServerCall(const BusCall& call) {
+    shutdownServer(call.arguments.empty() ? std::string() : call.arguments[0].asString().value_or(""));
+    return {};
+}
+
+}  // namespace kavaro
