@@ -14,6 +14,7 @@ namespace kavaro {
 class NodeFilterRule;
 class TuvDirNode;
 class TuvNode;
+struct TuvNodeSerializer;
 
 // Growable array of objects; retains what enters and releases what leaves. Indexes and counts are signed 32-bit.
 // Holds hundreds of thousands of nodes with one pointer each. Grows by a step table, not by doubling. A gap before
@@ -96,6 +97,8 @@ class TuvObjectArray : public TuvObject {
     // Read at the cursor and advance it. False for bytes that are cut short or make no sense.
     bool deserialize(ByteView data, int* cursor);
     bool deserialize(ByteView data, int* cursor, int type);
+    void tuvNodeDatabase_serialize(ByteBuffer* index, ByteBuffer* node, ByteBuffer* data) const;
+    void tuvNodeDatabase_serialize2(TuvNodeSerializer& serializer) const;
 
     void debug(int shift, int depth) const override;
     void debug() const override;
