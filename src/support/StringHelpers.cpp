@@ -1,0 +1,60 @@
+#include "support/StringHelpers.h"
+
+#include "platform/Catalog.h"
+#include "platform/ChildProcess.h"
+#include "platform/Environment.h"
+#include "support/Units.h"
+
+namespace kavaro {
+
+namespace {
+
+template <class Predicate>
+std::string trimmed(std::string_view text, Predicate goes) {
+    while (!text.empty() && goes(text.front())) text.remove_prefix(1);
+    while (!text.empty() && goes(text.back())) text.remove_suffix(1);
+    return std::string(text);
+}
+
+}  // namespace
+
+std::string compactStringFromSize(std::uint64_t bytes) {
+    if (bytes == 1) return "1 byte";
+    if (bytes < Tuv_KB) return std::to_string(bytes) + " bytes";
+    static constexpr struct {
+        std::uint64_t size;
+        const char* name;
+    } kUnits[] = {{Tuv_KB, " KB"}, {Tuv_MB, " MB"}, {Tuv_GB, " GB"}, {Tuv_TB, " TB"}};
+    for (const auto& unit : kUnits) {
+        std::uint64_t whole = bytes / unit.size;
+        std::uint64_t tenths = (bytes % unit.size * 10 + unit.size / 2) / unit.size;
+        if (tenths == 10) {
+            ++whole;
+            tenths = 0;
+        }
+        if (whole < 1024 || unit.size == Tuv_TB)
+            return std::to_string(whole) + '.' + static_cast<char>('0' + tenths) + unit.name;
+    }
+    return {};  // not reached
+}
+
+std::string trimWhiteSpace(std::string_view text) {
+    return trimmed(text, [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); });
+}
+
+std::string trimBadCharacters(std::string_view text) {
+    return trimmed(text, [](char c) {
+        const unsigned char byte = static_cast<unsigned char>(c);
+        return byte <= ' ' || byte == 0x7f || std::string_view("\"'`()[]{},;:").find(c) != std::string_view::npos;
+    });
+}
+
+std::string pathFromFSRef(const FileReference& reference) {
+    return pathOfDescriptor(reference.fd);
+}
+
+std::optional<std::string> stringFromTask(const std::string& path, const std::vector<std::string>& arguments) {
+    return runAndRead(path, arguments);
+}
+
+}  // namespace kavaro

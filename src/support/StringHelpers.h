@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kavaro {
+
+struct FileReference;
+
+// A short text for people, the same in every locale: "0 bytes", "1 byte", "1023 bytes", "1.0 KB", "1.4 MB". From a
+// kilobyte up with one decimal, rounded half up; what would round to 1024.0 is shown in the next unit. The largest
+// unit is TB.
+std::string compactStringFromSize(std::uint64_t bytes);
+
+// Without blanks, tabs, line ends, vertical tabs and form feeds at both ends.
+std::string trimWhiteSpace(std::string_view text);
+
+// Without what a tool's output carries around its values at both ends: blanks, control characters (NUL and DEL
+// included), the quotes " ' `, the brackets ( ) [ ] { } and the marks , ; :. Everything in between stays.
+std::string trimBadCharacters(std::string_view text);
+
+// Path of the file or folder that a reference holds open, as it is named now; empty when it holds none.
+std::string pathFromFSRef(const FileReference& reference);
+
+// Runs an executable, given by absolute path, without a shell, and waits for its end. Everything it wrote to standard
+// output; nothing when it could not be started.
+std::optional<std::string> stringFromTask(const std::string& path, const std::vector<std::string>& arguments);
+
+}  // namespace kavaro
