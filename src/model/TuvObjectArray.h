@@ -57,6 +57,8 @@ class TuvObjectArray : public TuvObject {
     void addObjectsFromArrayLength(TuvObject* const* objects, int length);
     void removeObjectAtIndex(int index);
     void removeObject(const TuvObject* object);
+    // In one pass. REQUIRES: ascending, each in range.
+    void removeObjectsAtIndexes(const std::vector<int>& ascending);
     void removeLastObject();
     void removeAllObjects();
     bool replaceObject(TuvObject* object);
@@ -109,15 +111,25 @@ class TuvObjectArray : public TuvObject {
   private:
     static TuvNode* asNode(TuvObject* object);
     static TuvDirNode* asFolder(TuvObject* object);
+    void rebuildTree(bool backwards);
+    static void attachAt(TuvDirNode* owner, int slot, TuvDirNode* child);
+
     // Storage (TuvObjectArray_storage.cpp). `slots` are those of the whole block, the gap included.
-    void ensureSlots(int slots);
+    int grownSlots(int needed) const;
+    void resizeBlock(int slots);
+    void slideToFront();
+    void moveWithinBlock(int gap);
+    void makeTailRoom(int needed);
     void openFrontGap(int needed);
-    void append(TuvObject* object);
+    void append(TuvObject* object);  // like all here: the count follows, the size does not
+    void openSlot(int index);        // REQUIRES: index < count; the new slot's content is unspecified
+    void closeSlot(int index);
+    void replaceSlot(int index, TuvObject* object);
 
     std::int32_t _size = 0;        // capacity as seen from outside, in pointers
     std::int32_t _count = 0;       // pointers in use
     std::int32_t _gap = 0;         // free slots before the first element
-    std::int32_t _slots = 0;       // slots of the whole block
+    std::int32_t _slots = 0;       // slots of the whole block, at least max(size, count)
     TuvObject** _items = nullptr;  // first element; the block begins _gap slots earlier
 };
 
