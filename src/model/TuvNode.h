@@ -119,10 +119,13 @@ class TuvNode : public TuvObject {
     void debug() const override;
 
   protected:
-    TuvNode(std::uint16_t flags);
+    explicit TuvNode(std::uint16_t flags);
     ~TuvNode() override;
 
   private:
+    friend class TuvDirNode;  // chains dying folders by their parent pointers
+    std::string composePath() const;
+
     std::uint16_t _flags;
     std::uint32_t _inode = 0;
     TuvDirNode* _parent = nullptr;  // not retained
@@ -132,6 +135,10 @@ class TuvNode : public TuvObject {
     NodeText _fileName;
     mutable NodeText _filePath;
 };
+
+inline TuvNode* TuvObjectArray::asNode(TuvObject* object) {
+    return static_cast<TuvNode*>(object);
+}
 
 // Comparisons for TuvObjectArray::sortByFunction.
 int TuvNode_sortByPhysicalSize(const void* a, const void* b);  // largest first
