@@ -93,4 +93,8 @@ class TuvDirNode : public TuvNode {
     TuvRef<TuvObjectArray> _folders;
 };
 
+inline TuvDirNode* TuvObjectArray::asFolder(TuvObject* object) {
+    return static_cast<TuvDirNode*>(object);
+}
+
 }  // namespace kavaro
