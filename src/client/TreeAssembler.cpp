@@ -1,0 +1,98 @@
+#include "client/TreeAssembler.h"
+
+namespace kavaro {
+
+namespace {
+
+// Sums without marking the folder as resolved.
+void sumChildren(TuvDirNode* folder) {
+    folder->setLogicalSize(folder->files()->logicalSize() + folder->folders()->logicalSize());
+    folder->setPhysicalSize(folder->files()->physicalSize() + folder->folders()->physicalSize());
+}
+
+}  // namespace
+
+bool TreeAssembler::started(ByteView bytes) {
+    TuvRef<TuvDirNode> root = TuvDirNode::fromBytes(bytes);
+    if (!root) return false;
+    *this = TreeAssembler();
+    _root = std::move(root);
+    return true;
+}
+
+bool TreeAssembler::resolved(ByteView bytes) {
+    TuvRef<TuvObjectArray> batch = TuvObjectArray::fromBytes(bytes);
+    if (!batch) return false;
+    for (TuvObject* object : *batch) {
+        auto* node = static_cast<TuvNode*>(object);
+        if (node->isDirectory()) takeIn(static_cast<TuvDirNode*>(node));
+    }
+    return true;
+}
+
+bool TreeAssembler::completed(ByteView bytes) {
+    TuvRef<TuvDirNode> root = TuvDirNode::fromBytes(bytes);
+    if (!root) return false;
+    takeIn(root.get());
+    _waiting.clear();
+    _root = std::move(root);
+    _complete = true;
+    return true;
+}
+
+void TreeAssembler::takeIn(TuvDirNode* folder) {
+    attachArrived(folder);
+    ++_counts.folders;
+    _counts.files += static_cast<std::uint64_t>(folder->fileCount());
+    _counts.logicalSize += folder->files()->logicalSize();
+    _counts.physicalSize += folder->files()->physicalSize();
+    _lastName = folder->fileName();
+    _waiting[folder->inode()] = TuvRef<TuvDirNode>::share(folder);
+}
+
+void TreeAssembler::attachArrived(TuvDirNode* folder) {
+    TuvObjectArray* placeholders = folder->folders();
+    for (int i = 0; i < placeholders->count(); ++i) {
+        auto arrived = _waiting.find(placeholders->folderAtIndex(i)->inode());
+        if (arrived == _waiting.end()) continue;
+        placeholders->replaceObjectAtIndex(i, arrived->second.get());
+        arrived->second->setParent(folder);
+        _waiting.erase(arrived);
+    }
+}
+
+// The walk takes the root's folders in their order, so this is the one that was being sized.
+TuvDirNode* TreeAssembler::firstUnfinished() const {
+    if (!_root) return nullptr;
+    for (TuvObject* object : *_root->folders()) {
+        auto* folder = static_cast<TuvDirNode*>(object);
+        if (!folder->isResolved() && !_waiting.contains(folder->inode())) return folder;
+    }
+    return nullptr;
+}
+
+std::string TreeAssembler::lastFolder() const {
+    const TuvDirNode* top = _complete ? nullptr : firstUnfinished();
+    if (!top) return _lastName;
+    return std::string(top->fileName()) + "/.../" + _lastName;
+}
+
+void TreeAssembler::hangOrphans() {
+    attachArrived(_root.get());
+    TuvDirNode* unfinished = firstUnfinished();
+    TuvDirNode* home = unfinished ? unfinished : _root.get();
+    for (auto& [inode, orphan] : _waiting) {
+        home->folders()->addObject(orphan.get());
+        orphan->setParent(home);
+    }
+    _waiting.clear();
+    if (unfinished) sumChildren(unfinished);
+    sumChildren(_root.get());
+}
+
+TuvRef<TuvDirNode> TreeAssembler::takeTree() {
+    if (_root && !_complete) hangOrphans();
+    return std::move(_root);
+}
+
+}  // namespace kavaro
