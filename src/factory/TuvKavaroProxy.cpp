@@ -2,7 +2,7 @@
 
 #include "factory/FactoryLog.h"
 #include "platform/Clock.h"
-#include "support/DictionaryHelpers.h"
+#include "support/Backtrace.h"
 #include "support/Version.h"
 
 namespace kavaro {

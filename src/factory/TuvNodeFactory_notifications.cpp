@@ -3,7 +3,7 @@
 #include "factory/FactoryLog.h"
 #include "factory/TuvNodeFactory.h"
 #include "platform/NotificationCenter.h"
-#include "support/DictionaryHelpers.h"
+#include "support/Backtrace.h"
 #include "support/ProtocolNames.h"
 
 namespace kavaro {

@@ -2,7 +2,7 @@
 
 #include "platform/UserDefaults.h"
 #include "server/ServerLog.h"
-#include "support/DictionaryHelpers.h"
+#include "support/Backtrace.h"
 #include "support/ProtocolNames.h"
 #include "support/Signals.h"
 
