@@ -96,7 +96,7 @@ ensure_packages() {
         return
     fi
     sum=$(cat "$@" | cksum)
-    state=$(stat -c '%i %Y %s' /var/lib/dpkg/status)
+    state=$(stat -c "%i %Y %s" /var/lib/dpkg/status 2>/dev/null || true)
     [[ ! -f $stamp || $(<"$stamp") != "$sum $state" ]] || return 0
     find_missing "$@"
     if [[ ${#required[@]} != 0 ]]; then
@@ -104,7 +104,7 @@ ensure_packages() {
         find_missing "$@"
         [[ ${#required[@]} == 0 ]] || die "still missing after the installation: ${required[*]}"
     fi
-    printf '%s\n' "$sum $(stat -c '%i %Y %s' /var/lib/dpkg/status)" >"$stamp"
+    printf '%s\n' "$sum $(stat -c "%i %Y %s" /var/lib/dpkg/status 2>/dev/null || true)" >"$stamp"
 }
 
 # Makes build/ and says so clearly when this user may not write there.
