@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,7 +24,7 @@ class LogCapture {
     };
 
     LogCapture() { install(); }
-    explicit LogCapture(LogLevel level) : _oldLevel(TuvLog::configuredLevel(nullptr)) {
+    explicit LogCapture(LogLevel level) {
         TuvLog::setDefaultLevel(level);
         install();
     }
@@ -34,7 +33,7 @@ class LogCapture {
     ~LogCapture() {
         TuvLog::setObserver({});
         TuvLog::setDestinationEnabled(true);
-        if (_oldLevel) TuvLog::setDefaultLevel(*_oldLevel);
+        TuvLog::setDefaultLevel(_oldLevel);
     }
 
     std::vector<Line> lines() const {
@@ -82,7 +81,7 @@ class LogCapture {
     }
 
     std::shared_ptr<Store> _store = std::make_shared<Store>();
-    std::optional<LogLevel> _oldLevel;
+    const LogLevel _oldLevel = TuvLog::configuredLevel(nullptr);
 };
 
 }  // namespace kavaro
