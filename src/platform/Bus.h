@@ -36,21 +36,24 @@ struct BusSignal {
     const std::vector<BusValue>& arguments;
 };
 
-// A connection to a message bus. Made and destroyed on the main thread; handlers run there, in the order in which
-// messages arrived, while RunLoop runs. The process survives the end of the connection. What is posted is queued and
-// written by a thread of the library.
+// A connection to a message bus. Made and destroyed on the main thread; handlers run there, while RunLoop runs.
+// Signals and replies are handled in the order in which they arrived, calls in their own order and after the signals
+// that came before them. What is posted is queued without limit and written by a thread of the library. The process
+// survives the end of the connection. Destroying a Bus, also from a handler, drops every handler uncalled.
 class Bus {
   public:
     using CallHandler = std::function<BusReply(const BusCall&)>;
     using SignalHandler = std::function<void(const BusSignal&)>;
     using ReplyHandler = std::function<void(BusReply)>;
 
-    // kind: "session", "system", or an address such as "unix:path=/run/bus". Null on failure.
-    static std::unique_ptr<Bus> open(std::string_view kind, BusError* error);
+    // kind: "session", "system", or an address such as "unix:path=/run/bus". Null on failure, also when the bus does
+    // not answer within `seconds`. Never starts a bus.
+    static std::unique_ptr<Bus> open(std::string_view kind, BusError* error, double seconds = 10);
     ~Bus();
 
     std::string uniqueName() const;
     bool isClosed() const;  // any thread
+    // Called after all that came before the end, and after unanswered calls have failed; not when close() ended it.
     void onClosed(std::function<void()> handler);
 
     // False when the name is taken (error left unset) or the bus refuses (error set). Never waits in a queue.
@@ -58,7 +61,7 @@ class Bus {
     void releaseName(std::string_view name);
     // Unique name of the owner, empty when there is none. Does not start a service.
     std::string nameOwner(std::string_view name);
-    // Called when the name's owner changes; the argument is the new owner, empty for none.
+    // Called each time the name's owner changes; the argument is the new owner, empty for none.
     void watchName(std::string_view name, std::function<void(const std::string& owner)> handler);
     // User id of a peer by unique name; nothing when it is unknown.
     std::optional<std::uint32_t> userOf(std::string_view uniqueName);
@@ -68,7 +71,8 @@ class Bus {
     bool publish(std::string_view path, std::string_view introspection, CallHandler handler, BusError* error);
     void unpublish(std::string_view path);
 
-    // Signals of an interface, from any sender unless `sender` is given. Files in messages are delivered too.
+    // Signals of an interface, from any sender (this one too) unless `sender`, a unique or a well-known name, is given.
+    // Takes effect when the bus has read it: flush() tells. 0 when an argument is not valid.
     std::uint64_t subscribe(std::string_view sender, std::string_view path, std::string_view interface,
                             SignalHandler handler);
     void unsubscribe(std::uint64_t subscription);
@@ -77,23 +81,27 @@ class Bus {
     // large for the bus or the connection is closed.
     bool emit(std::string_view destination, std::string_view path, std::string_view interface, std::string_view member,
               const std::vector<BusValue>& arguments, BusError* error);
-    // Any thread. Returns when everything queued so far has been written to the bus, or the connection is closed.
+    // Any thread. Returns when the bus has read everything queued so far (true), or the connection is closed. Waits
+    // as long as the bus does not read, for example because a receiver does not keep up.
     bool flush();
 
-    // Main thread. Waits for the reply without running the loop. Never starts a service. Seconds < 0: no limit.
+    // Any thread. Waits for the reply without running the loop. Never starts a service. Seconds < 0: no limit.
     BusReply call(std::string_view destination, std::string_view path, std::string_view interface,
                   std::string_view member, const std::vector<BusValue>& arguments, double seconds);
-    // Main thread. The handler runs on the main thread after the signals that came before the reply.
+    // Main thread. The handler runs once, after the signals that came before the reply, and always later than this.
+    // Never starts a service. Seconds < 0: no limit.
     void callAsync(std::string_view destination, std::string_view path, std::string_view interface,
                    std::string_view member, const std::vector<BusValue>& arguments, double seconds,
                    ReplyHandler handler);
 
+    // Drops what has not been written yet (flush() first) and fails the unanswered calls.
     void close();
+
+    struct Impl;  // platform's own
 
   private:
     Bus();
-    struct Impl;
-    std::unique_ptr<Impl> _impl;
+    std::shared_ptr<Impl> _impl;
 };
 
 }  // namespace kavaro

@@ -17,7 +17,7 @@
 #include <thread>
 #include <utility>
 
-#include "platform/ThreadSafety.h"
+#include "platform/Mutex.h"
 
 namespace kavaro {
 
@@ -115,7 +115,7 @@ struct RunLoop::Impl {
     std::atomic<bool> stopped{false};
     std::atomic<bool> woken{false};
     GSource* actionSource = nullptr;  // ready exactly while `actions` is not empty
-    std::mutex mutex;
+    Mutex mutex;
     std::deque<std::function<void()>> actions KAVARO_GUARDED_BY(mutex);
 };
 
@@ -136,7 +136,7 @@ RunLoop::Impl::~Impl() {
 }
 
 bool RunLoop::Impl::takeAction(std::function<void()>* action) {
-    std::lock_guard lock(mutex);
+    MutexLock lock(mutex);
     if (actions.empty()) return false;
     *action = std::move(actions.front());
     actions.pop_front();
@@ -254,7 +254,7 @@ void RunLoop::cancel(TimerID timer) {
 }
 
 void RunLoop::performOnMain(std::function<void()> action) {
-    std::lock_guard lock(_impl->mutex);
+    MutexLock lock(_impl->mutex);
     _impl->actions.push_back(std::move(action));
     if (_impl->actions.size() == 1) g_source_set_ready_time(_impl->actionSource, 0);
 }
