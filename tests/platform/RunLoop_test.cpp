@@ -73,10 +73,10 @@ TEST(RunLoop, StopEndsOnlyTheInnerOfTwoRuns) {
 TEST(RunLoop, TimersFireInTheOrderOfTheirTimes) {
     RunLoop& loop = RunLoop::main();
     std::string order;
-    loop.schedule(0.004, [&] { order += 'd'; });
+    loop.schedule(0.1, [&] { order += 'd'; });
+    loop.schedule(0, [&] { order += 'a'; });
     loop.schedule(0.000001, [&] { order += 'b'; });
     loop.schedule(0.002, [&] { order += 'c'; });
-    loop.schedule(0, [&] { order += 'a'; });
     EXPECT_TRUE(loop.runUntil([&] { return order.size() == 4; }, kLong));
     EXPECT_EQ(order, "abcd");
 }
