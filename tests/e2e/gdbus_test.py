@@ -1,0 +1,127 @@
+"""The server is driven with the distribution's gdbus alone."""
+import os
+import re
+import subprocess
+
+import harness
+
+
+class Gdbus(harness.Case):
+    def setUp(self):
+        super().setUp()
+        self.private_bus()
+        self.server = self.start_server()
+
+    def monitor(self):
+        return self.start(['gdbus', 'monitor', '--session', '-d', harness.SERVER_NAME], stdout=subprocess.PIPE,
+                          text=True)
+
+    @staticmethod
+    def path(text):
+        return f"b'{text}'"
+
+    def inode(self, path):
+        return os.stat(path).st_ino
+
+    def test_a_job_from_start_to_end(self):
+        tree = self.make_tree('tree', folders=2, files=3, size=10)
+        monitor = self.monitor()
+        self.assertIn('The name', monitor.stdout.readline() + monitor.stdout.readline())
+        self.assertIn("'version'", self.call_server('versionInfo').stdout)
+        self.assertEqual(self.call_server('startWorkingAtPath', self.path(tree)).stdout.strip(), '()')
+        self.assertEqual(self.server.wait(timeout=harness.PATIENCE), 0)
+
+        seen = []
+        while not (seen and 'Completed' in seen[-1]):
+            line = monitor.stdout.readline()
+            self.assertTrue(line, 'the monitor ended')
+            if harness.NOTIFICATION_INTERFACE in line:
+                seen.append(line)
+        names = [re.search(r'TuvNodeFactory(\w+)Notification', line).group(1) for line in seen]
+        self.assertEqual(names[0], 'Started')
+        self.assertEqual(names[-1], 'Completed')
+        self.assertEqual(set(names[1:-1]), {'Resolved'})
+        for line in seen:
+            self.assertIn("'TuvNodeFactory', {'serialized'", line)
+            self.assertNotIn('parentInodes', line)
+        log = self.server_log()
+        self.assertIn('Server has been terminated properly', log)
+        self.assertIn('The server will shutdown in 0 seconds', log)
+
+    def test_parent_inodes_come_back(self):
+        tree = self.make_tree('tree')
+        monitor = self.monitor()
+        monitor.stdout.readline()
+        self.call_server('startWorkingAtPathParentInodes', self.path(tree), '[uint32 7, 8]')
+        line = ''
+        while 'Completed' not in line:
+            line = monitor.stdout.readline()
+            self.assertTrue(line, 'the monitor ended')
+            if harness.NOTIFICATION_INTERFACE in line:
+                self.assertIn("'parentInodes': <[uint32 7, 8]>", line)
+
+    def test_one_folder_at_once(self):
+        tree = self.make_tree('tree', folders=1, files=1, size=1)
+        answer = self.call_server('hasFileSytemChanged', self.path(tree)).stdout
+        self.assertIn('0x', answer)
+        # 36 bytes of header, the name, a count and no file, a count and one folder: its header and name.
+        name = len(tree)
+        self.assertEqual(len(re.findall(r'0x[0-9a-f]{2}', answer)), 36 + name + 4 + 4 + 36 + len('folder0'))
+        fresh = self.call_server('prioritizeNodeWithInodePath', str(self.inode(tree)), self.path(tree)).stdout
+        self.assertEqual(fresh, answer)
+        self.assertIsNone(self.server.poll(), 'one-shot requests do not end the server')
+
+    def test_bad_paths_give_no_data(self):
+        for path in (os.path.join(self.folder, 'none'), __file__):
+            self.assertIn('@ay []', self.call_server('hasFileSytemChanged', self.path(path)).stdout)
+            self.assertIn('@ay []', self.call_server('prioritizeNodeWithInodePath', '5', self.path(path)).stdout)
+            self.assertEqual(self.call_server('startWorkingAtPath', self.path(path)).stdout.strip(), '()')
+        self.assertIn('Please pass in a folder path as argument !!!', self.server_log())
+        self.assertIsNone(self.server.poll())
+
+    def test_wrong_arguments_are_refused(self):
+        for member, arguments in (('startWorkingAtPath', ['5']), ('startWorkingAtPath', ['[byte 0x2f, 0x00, 0x2f]']),
+                                  ('startWorkingAtPath', [self.path('relative')]), ('startWorkingAtPath', ['@ay []']),
+                                  ('startWorkingAtPathParentInodes', [self.path('/tmp'), "['a']"]),
+                                  ('prioritizeNodeWithInodePath', ["'x'", self.path('/tmp')]),
+                                  ('hasFileSytemChanged', []), ('stopSizing', ['1']), ('noSuchMember', [])):
+            with self.subTest(member=member, arguments=arguments):
+                result = self.call_server(member, *arguments, check=False)
+                self.assertNotEqual(result.returncode, 0)
+        self.assertIsNone(self.server.poll())
+        self.assertIn("'version'", self.call_server('versionInfo').stdout)
+
+    def test_stop_and_shutdown(self):
+        monitor = self.monitor()
+        monitor.stdout.readline()
+        self.assertEqual(self.call_server('stopSizing').stdout.strip(), '()')
+        line = ''
+        while 'Stopped' not in line:
+            line = monitor.stdout.readline()
+            self.assertTrue(line, 'the monitor ended')
+        self.assertIsNone(self.server.poll())
+        self.assertEqual(self.call_server('shutdownServer', 'the test').stdout.strip(), '()')
+        self.assertEqual(self.server.wait(timeout=harness.PATIENCE), 0)
+        self.assertEqual(self.server_log().count('[the test]'), 2)
+
+    def test_second_server_ends_with_status_0(self):
+        second = subprocess.run([harness.KAVAROD], env=self.environment, capture_output=True, text=True,
+                                timeout=harness.PATIENCE)
+        self.assertEqual(second.returncode, 0)
+        self.assertIn('We just found an existing server instance in this machine.', second.stderr)
+        self.assertIn('main() Could not create server instance.', second.stderr)
+        self.assertIsNone(self.server.poll())
+
+    def test_introspection_has_every_member(self):
+        xml = self.gdbus('introspect', '--session', '-d', harness.SERVER_NAME, '-o', harness.SERVER_PATH, '--xml').stdout
+        source = os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', '..', 'resources', 'dbus',
+                              'org.kavaro.Kavaro.NodeFactoryServer.xml')
+        with open(source) as f:
+            for declaration in re.findall(r'<(?:method|arg) [^>]*?/?>', f.read()):
+                words = set(re.findall(r'\w+="[^"]*"', declaration))
+                self.assertTrue(any(words == set(re.findall(r'\w+="[^"]*"', live))
+                                    for live in re.findall(r'<(?:method|arg) [^>]*?/?>', xml)), declaration)
+
+
+if __name__ == '__main__':
+    harness.main()
