@@ -23,6 +23,8 @@ set(KAVARO_NO_EXCEPTIONS -fno-exceptions)
 
 if(KAVARO_SANITIZE)
   target_compile_options(kavaro_flags INTERFACE
-    -fsanitize=${KAVARO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
+    -fsanitize=${KAVARO_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1
+    # GCC's own checks in the code hide from it what is initialized: it takes every moved variant for suspect.
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(kavaro_flags INTERFACE -fsanitize=${KAVARO_SANITIZE})
 endif()
