@@ -86,6 +86,12 @@ PropertyList::PropertyList(const PropertyList& other) {
     }
 }
 
+PropertyList::PropertyList(PropertyList&& other) noexcept = default;
+
+PropertyList::~PropertyList() {
+    if (isContainer()) dismantle();
+}
+
 PropertyList& PropertyList::operator=(const PropertyList& other) {
     if (this != &other) *this = PropertyList(other);
     return *this;

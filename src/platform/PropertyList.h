@@ -52,13 +52,11 @@ class PropertyList {
     PropertyList(Dictionary value) : _value(std::move(value)) {}
 
     PropertyList(const PropertyList& other);
-    PropertyList(PropertyList&& other) noexcept = default;  // the other one keeps an unspecified value
+    PropertyList(PropertyList&& other) noexcept;  // the other one keeps an unspecified value
     PropertyList& operator=(const PropertyList& other);
     // Safe also when `other` is a part of this value.
     PropertyList& operator=(PropertyList&& other) noexcept;
-    ~PropertyList() {
-        if (isContainer()) dismantle();
-    }
+    ~PropertyList();
 
     bool isNull() const { return std::holds_alternative<std::monostate>(_value); }
     // Each gives null when the value is of another kind.
