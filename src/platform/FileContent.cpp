@@ -1,0 +1,85 @@
+#include "platform/FileContent.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/Text.h"
+
+namespace kavaro {
+
+namespace {
+
+int writeAll(int fd, std::string_view content) {
+    while (!content.empty()) {
+        ssize_t written = write(fd, content.data(), content.size());
+        if (written < 0) {
+            if (errno == EINTR) continue;
+            return errno;
+        }
+        content.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return 0;
+}
+
+// Brings the folder's entries to the disk. Some file systems cannot: then there is nothing to wait for.
+void syncFolder(const std::string& path) {
+    int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return;
+    fsync(fd);
+    close(fd);
+}
+
+}  // namespace
+
+int readWholeFile(int fd, std::string* content) {
+    struct stat info {};
+    if (fstat(fd, &info) != 0) return errno;
+    if (S_ISDIR(info.st_mode)) return EISDIR;
+    if (!S_ISREG(info.st_mode)) return EINVAL;
+    content->clear();
+    char buffer[16384];
+    while (true) {
+        ssize_t length = ::read(fd, buffer, sizeof buffer);
+        if (length == 0) return 0;
+        if (length < 0) {
+            if (errno == EINTR) continue;
+            return errno;
+        }
+        content->append(buffer, static_cast<std::size_t>(length));
+    }
+}
+
+int makePrivateFolder(const std::string& path) {
+    for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
+        std::string part = path.substr(0, end);
+        struct stat info {};
+        if (mkdir(part.c_str(), 0700) != 0 && (stat(part.c_str(), &info) != 0 || !S_ISDIR(info.st_mode))) {
+            return errno == EEXIST || errno == 0 ? ENOTDIR : errno;
+        }
+        if (end == std::string::npos) return 0;
+    }
+}
+
+int replaceFile(const std::string& path, std::string_view content) {
+    std::string folder = stringByDeletingLastPathComponent(path);
+    std::string temporary = stringByAppendingPathComponent(folder, "." + lastPathComponent(path) + ".XXXXXX");
+    int fd = mkostemp(temporary.data(), O_CLOEXEC);  // 0600
+    if (fd < 0) return errno;
+    int error = writeAll(fd, content);
+    if (error == 0 && fsync(fd) != 0) error = errno;
+    if (close(fd) != 0 && error == 0) error = errno;
+    if (error == 0 && rename(temporary.c_str(), path.c_str()) != 0) error = errno;
+    if (error != 0) {
+        unlink(temporary.c_str());
+        return error;
+    }
+    syncFolder(folder.empty() ? "." : folder);
+    return 0;
+}
+
+}  // namespace kavaro

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace kavaro {
+
+// Whole small files. Errors are errno values, 0 for success.
+
+// Gives the content of an open regular file; EISDIR or EINVAL for what is none.
+int readWholeFile(int fd, std::string* content);
+// Makes a folder and what is missing above it, for this user alone (0700).
+int makePrivateFolder(const std::string& path);
+// Puts a file (0600) in the place of `path` at once: whoever opens it sees the old content or the whole new one, also
+// after a crash. The folder must be there.
+int replaceFile(const std::string& path, std::string_view content);
+
+}  // namespace kavaro
