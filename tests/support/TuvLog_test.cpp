@@ -5,6 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <map>
 #include <sstream>
 #include <string>
@@ -13,6 +16,8 @@
 
 #include "LogCapture.h"
 #include "TempFolder.h"
+#include "platform/PropertyList.h"
+#include "support/LogDestination.h"
 
 namespace kavaro {
 namespace {
@@ -155,6 +160,26 @@ TEST_F(TuvLogTest, AConfigurationThatCannotBeReadLeavesInfo) {
         TuvLog::info(nullptr, nullptr, "still there");
         EXPECT_THAT(linesOf(testing::internal::GetCapturedStderr()), ElementsAre(HasSubstr("still there"))) << path;
     }
+}
+
+TEST_F(TuvLogTest, TheShippedConfigurationSaysWhatHoldsWithoutOne) {
+    const std::string path = std::string(KAVARO_SOURCE_DIR) + "/resources/TuvLog.plist";
+    std::ifstream stream(path, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    const auto root = PropertyList::fromBytes(bytesOf(bytes));
+    ASSERT_TRUE(root) << path;
+    const LogDestination::File defaults;
+    EXPECT_EQ(*root, PropertyList(PropertyList::Dictionary{{"level", "info"},
+                                                           {"components", PropertyList::Dictionary{}},
+                                                           {"file", ""},
+                                                           {"maximumBytes", defaults.maximumBytes},
+                                                           {"keptFiles", defaults.keptFiles}}));
+    load(entry("level", "trace"));
+    TuvLog::loadConfigFromPath(path);
+    EXPECT_EQ(TuvLog::configuredLevel(kNode), LogLevel::info);
+    testing::internal::CaptureStderr();
+    TuvLog::info(nullptr, nullptr, "here");
+    EXPECT_THAT(linesOf(testing::internal::GetCapturedStderr()), ElementsAre(HasSubstr("here")));
 }
 
 TEST_F(TuvLogTest, LayoutOfALine) {
