@@ -31,9 +31,10 @@ find_missing() {
 
 # Prints the first of the packages "a|b" that apt can install, nothing when there is none.
 installable() {
-    local name
+    local name policy
     for name in $(tr '|' ' ' <<<"$1"); do
-        if LC_ALL=C apt-cache policy "$name" 2>/dev/null | grep -q '^  Candidate: [^(]'; then
+        policy=$(LC_ALL=C apt-cache policy "$name")
+        if [[ $policy =~ Candidate:\ [^\(] ]]; then
             printf '%s\n' "$name"
             return
         fi
