@@ -28,7 +28,8 @@ fresh() {
     {
         stub id 'echo "$FAKE_UID"'
         stub dpkg-query 'echo dpkg-query >>"$HERE/calls"; sed "s/^/installed /" "$HERE/installed"'
-        stub apt-cache '! grep -qx "$2" "$HERE/archive" || printf "%s:\n  Candidate: 1.0\n" "$2"'
+        # More than a pipe holds: whoever stops reading early ends it with an error.
+        stub apt-cache '! grep -qx "$2" "$HERE/archive" || printf "%s:\n  Candidate: 1.0\n%200000s\n" "$2" table'
         stub apt-get 'echo "apt-get $*" >>"$HERE/calls"; while (($#)) && [[ $1 != install ]]; do shift; done
             (($#)) || exit 0; shift; for name; do [[ $name == -* ]] || echo "$name" >>"$HERE/installed"; done; echo noise'
         stub cmake 'echo "cmake $1" >>"$HERE/calls"
