@@ -1,0 +1,355 @@
+#include "server/TuvNodeFactoryServer.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LogCapture.h"
+#include "PrivateBus.h"
+#include "ScopedEnvironment.h"
+#include "TempFolder.h"
+#include "platform/UserDefaults.h"
+#include "support/ProtocolNames.h"
+
+namespace kavaro {
+namespace {
+
+constexpr double kPatience = 60;
+
+// Time that stands still: sleeping costs nothing and is written down.
+class RecordingClock final : public Clock {
+  public:
+    double monotonicSeconds() override { return Clock::system().monotonicSeconds(); }
+    double wallSeconds() override { return Clock::system().wallSeconds(); }
+    void sleep(double) override {}
+};
+
+// A bus of the test's own, with the server's connection and one of a client.
+class ServerTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        BusError error;
+        std::shared_ptr<Bus> connection = Bus::open(_bus.address(), &error);
+        ASSERT_TRUE(connection) << error.message;
+        TuvKavaroProxy::setDefaultConnection(connection);
+        _client = Bus::open(_bus.address(), &error);
+        ASSERT_TRUE(_client) << error.message;
+        _surroundings.clock = &_clock;
+        _surroundings.durations.liveness = 3600;
+        _surroundings.durations.shutdownDelay = 0.001;
+        _surroundings.factoryDurations.setUpPause = 0;
+        _surroundings.factoryDurations.notificationInterval = 0;
+        use();
+    }
+    void use() { TuvNodeFactoryServer::setSurroundings(_surroundings); }
+
+    TuvNodeFactoryServer* server() { return TuvNodeFactoryServer::sharedInstance(); }
+
+    BusReply call(std::string_view member, const std::vector<BusValue>& arguments = {}) {
+        BusReply result;
+        bool done = false;
+        _client->callAsync(bus::kServerName, bus::kServerPath, bus::kServerInterface, member, arguments, kPatience,
+                           [&](BusReply reply) {
+                               result = std::move(reply);
+                               done = true;
+                           });
+        EXPECT_TRUE(RunLoop::main().runUntil([&] { return done; }, kPatience));
+        return result;
+    }
+
+    void publishClient() {
+        BusError error;
+        ASSERT_TRUE(_client->publish(
+            bus::kClientPath,
+            "<node><interface name='org.kavaro.Kavaro.Client'><method name='versionInfo'>"
+            "<arg type='a{sv}' direction='out'/></method></interface></node>",
+            [](const BusCall&) {
+                return BusReply{{BusValue::dictionary({{"version", BusValue::string("1")}})}, {}};
+            },
+            &error));
+        ASSERT_TRUE(_client->requestName(bus::kClientName, &error));
+    }
+
+    TempFolder _folder;
+    ScopedEnvironment _home{"XDG_CONFIG_HOME", _folder.path()};
+    LogCapture _log;
+    PrivateBus _bus;
+    RecordingClock _clock;
+    TuvNodeFactoryServer::Surroundings _surroundings;
+    std::unique_ptr<Bus> _client;
+};
+
+TEST_F(ServerTest, RegistersItsNameAndAnswers) {
+    ASSERT_NE(server(), nullptr);
+    EXPECT_EQ(_client->nameOwner(bus::kServerName), TuvKavaroProxy::defaultConnection()->uniqueName());
+    EXPECT_TRUE(_log.contains("Registering server at org.kavaro.Kavaro.server"));
+    const BusReply reply = call("versionInfo");
+    ASSERT_TRUE(reply.ok()) << reply.error.message;
+    for (const char* key : {"version", "versionNumber", "buildNumber", "build"})
+        EXPECT_TRUE(reply.values[0].get(key).asString()) << key;
+    EXPECT_GT(reply.values[0].get("startDate").asDouble().value_or(0), 1e9);
+    call("versionInfo");
+    EXPECT_EQ(_log.count("] cached"), 1);
+}
+
+TEST_F(ServerTest, IsOneServer) {
+    TuvNodeFactoryServer* first = server();
+    EXPECT_EQ(server(), first);
+    EXPECT_EQ(first->timerCount(), 1);
+    first->configureServer();
+    EXPECT_EQ(first->timerCount(), 2);
+}
+
+TEST_F(ServerTest, AServerThatRunsAlreadyIsFound) {
+    BusError error;
+    ASSERT_TRUE(_client->publish(
+        bus::kServerPath,
+        "<node><interface name='org.kavaro.Kavaro.NodeFactoryServer'><method name='versionInfo'>"
+        "<arg type='a{sv}' direction='out'/></method></interface></node>",
+        [](const BusCall&) {
+            return BusReply{{BusValue::dictionary({{"version", BusValue::string("1")}})}, {}};
+        },
+        &error));
+    ASSERT_TRUE(_client->requestName(bus::kServerName, &error));
+    // The other server answers from this process's loop, which the question does not run: it counts as hung, and the
+    // name is taken all the same.
+    EXPECT_EQ(server(), nullptr);
+    EXPECT_TRUE(_log.contains("Exception: "));
+    EXPECT_TRUE(
+        _log.contains("Could not register with [org.kavaro.Kavaro.server]. Maybe another instance is running. "
+                      "But we already checked that !!!"));
+    EXPECT_TRUE(_log.contains("This instance will be terminated."));
+}
+
+TEST_F(ServerTest, ATimerWithoutClientShutsDown) {
+    TuvNodeFactoryServer* made = server();
+    made->_checkForUpdatesByTimer(made->timer());
+    EXPECT_TRUE(_log.contains("NO, _remoteObject is nil !!!"));
+    EXPECT_TRUE(_log.contains("try (1) to get proxy to server"));
+    EXPECT_TRUE(_log.contains("can't get to the other side"));
+    EXPECT_EQ(_log.count("[self]"), 2);
+    made->runServer();
+    EXPECT_TRUE(_log.contains("The server will shutdown in 0 seconds, all connections will be invalidated ..."));
+    EXPECT_TRUE(_log.contains("Waiting 0 second for all events to complete"));
+    EXPECT_TRUE(_log.contains("Server has been terminated properly"));
+    EXPECT_EQ(_client->nameOwner(bus::kServerName), "");
+}
+
+TEST_F(ServerTest, AStaleTimerOnlyReschedules) {
+    TuvNodeFactoryServer* made = server();
+    const RunLoop::TimerID stale = made->timer();
+    made->configureServer();
+    const int count = made->timerCount();
+    made->_checkForUpdatesByTimer(stale);
+    EXPECT_EQ(made->timerCount(), count + 1);
+    EXPECT_FALSE(_log.contains("can't get to the other side"));
+}
+
+TEST_F(ServerTest, TheTimerFiresByItself) {
+    _surroundings.durations.liveness = 0.01;
+    use();
+    server()->runServer();
+    EXPECT_TRUE(_log.contains("can't get to the other side"));
+}
+
+TEST_F(ServerTest, WithFileSystemEventsItWaitsForTwentyTimers) {
+    UserDefaults::standard().setArguments({"-startFSEvents", "YES"});
+    TuvNodeFactoryServer* made = server();
+    while (made->timerCount() <= 20) {
+        const int count = made->timerCount();
+        made->_checkForUpdatesByTimer(made->timer());
+        ASSERT_EQ(made->timerCount(), count + 1);
+        ASSERT_FALSE(_log.contains("can't get to the other side"));
+    }
+    EXPECT_EQ(made->timerCount(), 21);
+    made->_checkForUpdatesByTimer(made->timer());
+    EXPECT_TRUE(_log.contains("can't get to the other side"));
+}
+
+// The client answers from this process's loop, so the server's question comes from another thread.
+TEST_F(ServerTest, AClientKeepsItAlive) {
+    publishClient();
+    TuvNodeFactoryServer* made = server();
+    EXPECT_FALSE(made->remoteEnd());
+    const auto aside = [](const std::function<void()>& action) {
+        std::atomic<bool> done{false};
+        std::thread thread([&] {
+            action();
+            done = true;
+            RunLoop::main().wakeUp();
+            RunLoop::main().performOnMain([] {});
+        });
+        EXPECT_TRUE(RunLoop::main().runUntil([&] { return done.load(); }, kPatience));
+        thread.join();
+    };
+    const int count = made->timerCount();
+    aside([&] { made->_checkForUpdatesByTimer(made->timer()); });
+    EXPECT_TRUE(_log.contains("try (1) to get proxy to server"));
+    EXPECT_TRUE(made->remoteEnd());
+    EXPECT_EQ(made->timerCount(), count + 1);
+    aside([&] { made->_checkForUpdatesByTimer(made->timer()); });
+    EXPECT_EQ(made->timerCount(), count + 2);
+    EXPECT_EQ(_log.count("to get proxy to server"), 1);
+    EXPECT_FALSE(_log.contains("can't get to the other side"));
+
+    _client->releaseName(bus::kClientName);
+    _client->unpublish(bus::kClientPath);
+    aside([&] { made->_checkForUpdatesByTimer(made->timer()); });
+    EXPECT_FALSE(made->remoteEnd());
+    EXPECT_TRUE(_log.contains("can't get to the other side"));
+}
+
+TEST_F(ServerTest, ShutdownAnswersBeforeItGoes) {
+    TuvNodeFactoryServer* made = server();
+    const BusReply reply = call("shutdownServer", {BusValue::string("the test")});
+    EXPECT_TRUE(reply.ok());
+    EXPECT_EQ(_log.count("[the test]"), 2);
+    made->runServer();
+    EXPECT_EQ(_client->nameOwner(bus::kServerName), "");
+}
+
+TEST_F(ServerTest, ACompletedJobEndsTheServer) {
+    const std::string tree = _folder.makeFolder("tree");
+    _folder.write("tree/file", "1234");
+    _folder.makeFolder("tree/sub");
+    TuvNodeFactoryServer* made = server();
+    std::vector<std::string> names;
+    _client->subscribe({}, bus::kNotificationPath, bus::kNotificationInterface, [&](const BusSignal& signal) {
+        names.emplace_back(signal.member);
+        EXPECT_EQ(signal.arguments[0].asString(), "TuvNodeFactory");
+        EXPECT_TRUE(signal.arguments[1].get("serialized").asData());
+        EXPECT_TRUE(signal.arguments[1].get("parentInodes").isNull());
+    });
+    EXPECT_TRUE(call("startWorkingAtPath", {BusValue::path(tree)}).ok());
+    made->runServer();
+    EXPECT_TRUE(RunLoop::main().runUntil([&] { return names.size() >= 3; }, kPatience));
+    EXPECT_EQ(names,
+              (std::vector<std::string>{"TuvNodeFactoryStartedNotification", "TuvNodeFactoryResolvedNotification",
+                                        "TuvNodeFactoryCompletedNotification"}));
+    EXPECT_TRUE(_log.contains("Server has been terminated properly"));
+}
+
+TEST_F(ServerTest, AnybodysCompletedNotificationEndsTheServer) {
+    TuvNodeFactoryServer* made = server();
+    BusError error;
+    ASSERT_TRUE(TuvKavaroProxy::defaultConnection()->flush());
+    ASSERT_TRUE(_client->emit({}, bus::kNotificationPath, bus::kNotificationInterface,
+                              TuvNodeFactoryCompletedNotification,
+                              {BusValue::string("TuvNodeFactory"), BusValue::dictionary({})}, &error));
+    made->runServer();
+    EXPECT_EQ(_log.count("[self]"), 2);
+}
+
+TEST_F(ServerTest, ABusThatGoesAwayEndsTheServer) {
+    TuvNodeFactoryServer* made = server();
+    _bus.end();
+    made->runServer();
+    EXPECT_TRUE(_log.contains("The bus has closed the connection. The server ends."));
+    EXPECT_TRUE(_log.contains("Server has been terminated properly"));
+}
+
+TEST_F(ServerTest, RefusesWhatMakesNoSense) {
+    ASSERT_NE(server(), nullptr);
+    const std::vector<std::pair<std::string, std::vector<BusValue>>> calls = {
+        {"startWorkingAtPath", {}},
+        {"startWorkingAtPath", {BusValue::string("/tmp")}},
+        {"startWorkingAtPath", {BusValue::path("relative")}},
+        {"startWorkingAtPath", {BusValue::path("")}},
+        {"startWorkingAtPath", {BusValue::data(bytesOf(std::string_view("/a\0b", 4)))}},
+        {"startWorkingAtPathParentInodes", {BusValue::path("/tmp")}},
+        {"prioritizeNodeWithInodePath", {BusValue::uint32(5), BusValue::path("/tmp")}},
+        {"hasFileSytemChanged", {BusValue::int32(5)}},
+        {"moveToNowhere", {}},
+    };
+    for (const auto& [member, arguments] : calls) EXPECT_FALSE(call(member, arguments).ok()) << member;
+    EXPECT_TRUE(call("versionInfo").ok());
+}
+
+TEST_F(ServerTest, GivesNodesOfOneShotRequests) {
+    const std::string tree = _folder.makeFolder("tree");
+    _folder.write("tree/file", "1234");
+    ASSERT_NE(server(), nullptr);
+    BusReply reply = call("hasFileSytemChanged", {BusValue::path(tree)});
+    ASSERT_TRUE(reply.ok()) << reply.error.message;
+    EXPECT_EQ(reply.values[0].type(), "v");
+    auto data = reply.values[0].asData();
+    ASSERT_TRUE(data);
+    TuvRef<TuvDirNode> folder = TuvDirNode::fromBytes(data->view());
+    ASSERT_TRUE(folder);
+    EXPECT_EQ(folder->fileCount(), 1);
+    EXPECT_TRUE(_log.contains("[" + tree + "]"));
+
+    reply = call("hasFileSytemChanged", {BusValue::path(tree + "/file")});
+    ASSERT_TRUE(reply.ok());
+    data = reply.values[0].asData();
+    ASSERT_TRUE(data);
+    EXPECT_EQ(data->view().size(), 0u);
+    EXPECT_TRUE(_log.contains(tree + "/file, Please pass in a folder path as argument !!!"));
+
+    reply = call("prioritizeNodeWithInodePath", {BusValue::int32(7), BusValue::path(tree)});
+    ASSERT_TRUE(reply.ok());
+    EXPECT_TRUE(TuvDirNode::fromBytes(reply.values[0].asData()->view()));
+    EXPECT_TRUE(_log.contains("7 [" + tree + "]"));
+}
+
+// Everything that the introspection data of the tree declares is what the live object shows.
+TEST_F(ServerTest, TheLiveObjectIsAsDeclared) {
+    ASSERT_NE(server(), nullptr);
+    BusReply reply;
+    bool done = false;
+    _client->callAsync(bus::kServerName, bus::kServerPath, "org.freedesktop.DBus.Introspectable", "Introspect", {},
+                       kPatience, [&](BusReply answer) {
+                           reply = std::move(answer);
+                           done = true;
+                       });
+    ASSERT_TRUE(RunLoop::main().runUntil([&] { return done; }, kPatience));
+    ASSERT_TRUE(reply.ok()) << reply.error.message;
+
+    const auto membersOf = [](const std::string& xml) {
+        std::set<std::string> members;
+        static const std::regex element("<(interface|method) name=\"([^\"]+)\"|<arg ([^>]*)/>");
+        std::string interface, method;
+        for (std::sregex_iterator it(xml.begin(), xml.end(), element), end; it != end; ++it) {
+            if ((*it)[1] == "interface") interface = (*it)[2];
+            if (interface != bus::kServerInterface) continue;
+            if ((*it)[1] == "method") members.insert(method = (*it)[2]);
+            if ((*it)[3].matched) {
+                std::set<std::string> words;
+                const std::string attributes = (*it)[3];
+                static const std::regex word("\\w+=\"[^\"]*\"");
+                for (std::sregex_iterator w(attributes.begin(), attributes.end(), word); w != end; ++w)
+                    words.insert(w->str());
+                std::string line = method;
+                for (const std::string& text : words) line += " " + text;
+                members.insert(line);
+            }
+        }
+        return members;
+    };
+    std::ifstream file(KAVARO_SOURCE_DIR "/resources/dbus/org.kavaro.Kavaro.NodeFactoryServer.xml");
+    std::stringstream declared;
+    declared << file.rdbuf();
+    const std::set<std::string> expected = membersOf(declared.str());
+    EXPECT_EQ(membersOf(*reply.values[0].asString()), expected);
+    EXPECT_TRUE(expected.contains("startWorkingAtPathParentInodes"));
+
+    // Each member has its line in the description of the protocol.
+    std::ifstream protocol(KAVARO_SOURCE_DIR "/docs/protocol.md");
+    std::stringstream text;
+    text << protocol.rdbuf();
+    for (const std::string& member : expected)
+        if (member.find(' ') == std::string::npos)
+            EXPECT_NE(text.str().find("| `" + member + "` |"), std::string::npos) << member;
+}
+
+}  // namespace
+}  // namespace kavaro
