@@ -65,7 +65,7 @@ TEST(ConditionLock, LockingAgainAtOnceLetsTheWaitingThreadGoFirst) {
         waitUntilWaiting(lock, 1);
         lock.unlock();
         lock.lock();
-        ASSERT_EQ(turns, round);
+        EXPECT_EQ(turns, round);
         other.join();
     }
     lock.unlock();
