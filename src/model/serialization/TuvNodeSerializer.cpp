@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "support/Backtrace.h"
 #include "support/TuvLog.h"
 
 namespace kavaro {
@@ -91,6 +92,7 @@ void serializeBytes(int fileDescriptor, const ByteBuffer& data) {
             TuvLog::error(serializerLog, "serializeBytes", "%d bytes on fileDescriptor %d", data.size(),
                           fileDescriptor);
             TuvLog::error(serializerLog, "serializeBytes", "Exception: %@", std::strerror(error));
+            TuvLog::error(serializerLog, "serializeBytes", "(%@)", backtrace());
             return;
         }
     }
