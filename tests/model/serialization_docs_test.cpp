@@ -1,0 +1,67 @@
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "model/serialization_twin.h"
+
+// The examples in docs/byte-formats.md are the real bytes.
+namespace kavaro {
+namespace {
+
+using namespace twin;
+
+// The digits of every block that begins with "```hex NAME".
+std::map<std::string, std::string> examples() {
+    std::ifstream page(KAVARO_SOURCE_DIR "/docs/byte-formats.md");
+    std::map<std::string, std::string> blocks;
+    std::string name;
+    for (std::string line; std::getline(page, line);) {
+        if (line.rfind("```", 0) == 0) {
+            name = line.rfind("```hex ", 0) == 0 ? line.substr(7) : "";
+        } else if (!name.empty()) {
+            std::istringstream bytes(line.substr(0, line.find('#')));
+            for (std::string byte; bytes >> byte;) blocks[name] += byte;
+        }
+    }
+    return blocks;
+}
+
+Plain dated(Plain plain, std::uint64_t logicalSize, std::uint64_t physicalSize) {
+    plain.date = 3786912000.0;
+    plain.logicalSize = logicalSize;
+    plain.physicalSize = physicalSize;
+    return plain;
+}
+
+std::map<std::string, std::string> realBytes() {
+    const Plain text = dated(file(12, "a.txt"), 100, 4096);
+    const Plain a = dated(file(8, "a"), 4, 4096);
+    const Plain bc = dated(file(9, "bc"), 6, 4096);
+    const Plain docs = dated(folder(7, "docs", {a, bc}), 10, 8192);
+    const Plain tree = dated(folder(7, "docs", {a}, {dated(folder(9, "bc"), 0, 0)}), 10, 8192);
+    ByteBuffer alone, array, index, nodes, data;
+    nodeOf(docs)->serialize(alone, 1);
+    arrayOf({a})->serialize(array, 0, TuvNode::kTypeFile);
+    nodeOf(tree)->tuvNodeDatabase_serialize(&index, &nodes, &data);
+    return {{"file-record", hexOf(nodeOf(text)->serialize())},
+            {"folder-record", hexOf(nodeOf(docs)->serialize())},
+            {"folder-record-alone", hexOf(alone)},
+            {"files-array", hexOf(array)},
+            {"batch", hexOf(arrayOf({text, dated(folder(3, "sub"), 0, 0)})->serialize())},
+            {"index-stream", hexOf(index)},
+            {"node-stream", hexOf(nodes)},
+            {"data-stream", hexOf(data)}};
+}
+
+TEST(SerializationDocs, EveryExampleIsWhatIsWritten) {
+    const auto shown = examples();
+    const auto real = realBytes();
+    for (const auto& [name, bytes] : real) {
+        const auto found = shown.find(name);
+        EXPECT_EQ(found == shown.end() ? "no such example" : found->second, bytes) << name;
+    }
+    for (const auto& [name, bytes] : shown) EXPECT_TRUE(real.count(name)) << name << " is held by no test";
+}
+
+}  // namespace
+}  // namespace kavaro
