@@ -28,3 +28,8 @@ if(KAVARO_SANITIZE)
     $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(kavaro_flags INTERFACE -fsanitize=${KAVARO_SANITIZE})
 endif()
+
+# Coverage for the fuzzers, in all of our code.
+if(KAVARO_FUZZ)
+  target_compile_options(kavaro_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()

@@ -1,0 +1,8 @@
+#include "NodeReaders.h"
+#include "support/TuvLog.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    kavaro::TuvLog::setDestinationEnabled(false);
+    kavaro::fuzz::readNodeDatabase({data, size});
+    return 0;
+}
