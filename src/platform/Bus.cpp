@@ -201,6 +201,7 @@ BusReply Bus::Impl::sendAndWait(GDBusMessage* message, double seconds) {
     ErrorSlot slot;
     GlibRef<GDBusMessage> answer(g_dbus_connection_send_message_with_reply_sync(
         connection.get(), message, G_DBUS_SEND_MESSAGE_FLAGS_NONE, milliseconds(seconds), nullptr, nullptr, slot));
+    noteHandOver();
     return answer ? busReplyOf(answer.get()) : BusReply{{}, busErrorOf(slot.get())};
 }
 

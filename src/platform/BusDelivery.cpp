@@ -1,4 +1,5 @@
 // What arrives on a connection: from GLib's thread through the run loop's queue to the handlers.
+#include <atomic>
 #include <cstring>
 #include <utility>
 
@@ -20,7 +21,13 @@ struct ObjectTarget {
     std::string path;
 };
 
+std::atomic<unsigned> handOvers{0};
+
 }  // namespace
+
+void noteHandOver() {
+    handOvers.fetch_add(1, std::memory_order_acq_rel);
+}
 
 BusError busErrorOf(const GError* error) {
     BusError result;
@@ -80,12 +87,20 @@ void BusInvocation::answer(const BusReply& reply, const BusLimits& limits) {
 void Bus::Impl::start() {
     auto incoming = [](GDBusConnection*, GDBusMessage* message, gboolean isIncoming, gpointer target) -> GDBusMessage* {
         if (!isIncoming) return message;
+        noteHandOver();
         std::shared_ptr<Impl> impl = static_cast<std::weak_ptr<Impl>*>(target)->lock();
-        return impl && impl->takeIncoming(message) ? nullptr : message;
+        bool taken = impl && impl->takeIncoming(message);
+        impl.reset();
+        noteHandOver();
+        return taken ? nullptr : message;
     };
-    auto forgetWeak = [](gpointer target) { delete static_cast<std::weak_ptr<Impl>*>(target); };
-    filter =
-        g_dbus_connection_add_filter(connection.get(), incoming, new std::weak_ptr<Impl>(weak_from_this()), forgetWeak);
+    auto forgetWeak = [](gpointer target) {
+        noteHandOver();
+        delete static_cast<std::weak_ptr<Impl>*>(target);
+    };
+    auto* filterTarget = new std::weak_ptr<Impl>(weak_from_this());
+    noteHandOver();
+    filter = g_dbus_connection_add_filter(connection.get(), incoming, filterTarget, forgetWeak);
 
     auto closed = [](GDBusConnection*, gboolean, GError*, gpointer target) {
         RunLoop::main().performOnMain([weak = *static_cast<std::weak_ptr<Impl>*>(target)] {
@@ -224,6 +239,7 @@ bool Bus::publish(std::string_view path, std::string_view introspection, CallHan
     }
     auto called = [](GDBusConnection*, const char*, const char*, const char*, const char*, GVariant*,
                      GDBusMethodInvocation* invocation, gpointer data) {
+        noteHandOver();
         // Behind the signals that came before it.
         auto* target = static_cast<ObjectTarget*>(data);
         RunLoop::main().performOnMain(

@@ -25,6 +25,10 @@ inline constexpr char kErrorUnknownObject[] = "org.freedesktop.DBus.Error.Unknow
 inline constexpr char kErrorUnknownMethod[] = "org.freedesktop.DBus.Error.UnknownMethod";
 inline constexpr char kErrorNoServer[] = "org.freedesktop.DBus.Error.NoServer";
 
+// GLib hands objects from thread to thread under locks of its own, which a thread sanitizer does not see. Whoever hands
+// over or takes calls this, so that it sees the order.
+void noteHandOver();
+
 BusError busErrorOf(const GError* error);
 BusReply busReplyOf(GDBusMessage* message);  // of an answer, also an error; takes the files out of it
 
