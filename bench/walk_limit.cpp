@@ -25,7 +25,7 @@ struct DirectoryEntry {
     std::int64_t offset;
     std::uint16_t length;
     std::uint8_t type;
-    char name[];
+    char name[1];  // and more: up to the entry's length
 };
 
 constexpr std::uint8_t kDirectoryType = 4;
