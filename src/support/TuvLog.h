@@ -66,22 +66,22 @@ class TuvLog {
     template <class... A>
     static void info(LogSource source, const char* selector, LogFormat<std::type_identity_t<A>...> format,
                      const A&... arguments) {
-        if (isOn(source, LogLevel::info)) write(LogLevel::info, source, selector, formatted(format, arguments...));
+        if (isOn(source, LogLevel::info)) writeFormatted(LogLevel::info, source, selector, format, arguments...);
     }
     template <class... A>
     static void error(LogSource source, const char* selector, LogFormat<std::type_identity_t<A>...> format,
                       const A&... arguments) {
-        if (isOn(source, LogLevel::error)) write(LogLevel::error, source, selector, formatted(format, arguments...));
+        if (isOn(source, LogLevel::error)) writeFormatted(LogLevel::error, source, selector, format, arguments...);
     }
     template <class... A>
     static void debug(LogSource source, const char* selector, LogFormat<std::type_identity_t<A>...> format,
                       const A&... arguments) {
-        if (isOn(source, LogLevel::debug)) write(LogLevel::debug, source, selector, formatted(format, arguments...));
+        if (isOn(source, LogLevel::debug)) writeFormatted(LogLevel::debug, source, selector, format, arguments...);
     }
     template <class... A>
     static void trace(LogSource source, const char* selector, LogFormat<std::type_identity_t<A>...> format,
                       const A&... arguments) {
-        if (isOn(source, LogLevel::trace)) write(LogLevel::trace, source, selector, formatted(format, arguments...));
+        if (isOn(source, LogLevel::trace)) writeFormatted(LogLevel::trace, source, selector, format, arguments...);
     }
 
     // What the configuration says now, not what a component has cached.
@@ -104,6 +104,13 @@ class TuvLog {
   private:
     static bool isOn(LogSource source, LogLevel level) {
         return source.component() ? source.component()->isOn(level) : configuredLevel(source) <= level;
+    }
+    // Not inline: a call site is a comparison and a call, and functions that log stay small.
+    template <class... A>
+    __attribute__((noinline)) static void writeFormatted(LogLevel level, LogSource source, const char* selector,
+                                                         LogFormat<std::type_identity_t<A>...> format,
+                                                         const A&... arguments) {
+        write(level, source, selector, formatted(format, arguments...));
     }
     static void write(LogLevel level, LogSource source, const char* selector, std::string text);
 };
