@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace kavaro {
+
+// A FOLDER argument after it was looked at: the absolute path to measure, or what is wrong with it.
+struct PathArgument {
+    std::string path;
+    std::string failure;  // for people, as failureText() writes it; empty when the folder can be measured
+};
+
+// Makes the path absolute and checks that it names a folder. Links are kept unless ".." has to be followed through
+// them. Any bytes are allowed, and any length: paths above PATH_MAX are followed name by name. `mustBeReadable` is
+// false when the server may read more than this process.
+PathArgument checkFolder(std::string_view argument, bool mustBeReadable);
+
+}  // namespace kavaro
