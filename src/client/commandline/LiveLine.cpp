@@ -1,0 +1,67 @@
+#include "client/commandline/LiveLine.h"
+
+#include <unistd.h>
+
+#include <cmath>
+
+#include "client/commandline/Output.h"
+#include "client/commandline/TableOutput.h"
+#include "platform/Text.h"
+#include "platform/TextDisplay.h"
+#include "support/StringHelpers.h"
+
+namespace kavaro {
+
+namespace {
+
+constexpr std::string_view kEraseLine = "\r\x1b[K";
+constexpr double kWindow = 1;             // seconds
+constexpr std::size_t kShortestPath = 8;  // columns; less says nothing
+
+void writeAll(int fd, std::string_view text) {
+    Output output(fd);
+    output.write(text);
+}
+
+}  // namespace
+
+void LiveLine::show(const MeasurementProgress& progress) {
+    const double now = _clock.monotonicSeconds();
+    if (_isShown && now - _lastDrawn < kInterval) return;
+    _lastDrawn = now;
+    _isShown = true;
+    const int columns = _columns();
+    // The last column stays free: some terminals go to the next line when it is filled.
+    const std::size_t room = static_cast<std::size_t>(columns > 1 ? columns : TableOptions::kNarrowest) - 1;
+    writeAll(_fd, std::string(kEraseLine) + text(progress, room));
+}
+
+void LiveLine::erase() {
+    if (_isShown) writeAll(_fd, kEraseLine);
+    _isShown = false;
+}
+
+double LiveLine::rate(const MeasurementProgress& progress) {
+    const double age = progress.seconds - _windowBegin;
+    if (age >= kWindow) {
+        _rate = static_cast<double>(progress.folders - _windowFolders) / age;
+        _windowBegin = progress.seconds;
+        _windowFolders = progress.folders;
+    } else if (_windowBegin == 0 && progress.seconds > 0) {
+        _rate = static_cast<double>(progress.folders) / progress.seconds;
+    }
+    return _rate;
+}
+
+std::string LiveLine::text(const MeasurementProgress& progress, std::size_t columns) {
+    std::string line = grouped(progress.folders) + " folders, " + compactStringFromSize(progress.physicalSize);
+    const std::string speed = ", " + grouped(static_cast<std::uint64_t>(std::llround(rate(progress)))) + " folders/s";
+    if (displayWidth(line) + displayWidth(speed) <= columns) line += speed;
+    const std::size_t used = displayWidth(line) + 2;
+    if (!progress.currentFolder.empty() && used + kShortestPath <= columns) {
+        line += "  " + cutInMiddle(printable(progress.currentFolder), columns - used);
+    }
+    return cutInMiddle(line, columns);
+}
+
+}  // namespace kavaro

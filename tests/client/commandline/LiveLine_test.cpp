@@ -1,0 +1,86 @@
+#include "client/commandline/LiveLine.h"
+
+#include <gtest/gtest.h>
+
+#include "client/commandline/CommandRun.h"
+#include "platform/TextDisplay.h"
+
+namespace kavaro {
+namespace {
+
+const std::string kErase = "\r\x1b[K";
+
+MeasurementProgress progressOf(std::uint64_t folders, double seconds) {
+    MeasurementProgress progress;
+    progress.folders = folders;
+    progress.physicalSize = 3 << 20;
+    progress.seconds = seconds;
+    progress.currentFolder = "/usr/share/doc";
+    return progress;
+}
+
+struct Drawn {
+    WrittenBytes bytes;
+    FakeClock clock;
+    int columns = 80;
+    LiveLine line{bytes.fd(), [this] { return columns; }, clock};
+};
+
+TEST(LiveLine, showsWhatIsKnown) {
+    Drawn drawn;
+    drawn.line.show(progressOf(1000, 0.5));
+    EXPECT_EQ(drawn.bytes.text(), kErase + "1,000 folders, 3.0 MB, 2,000 folders/s  /usr/share/doc");
+}
+
+TEST(LiveLine, drawsAtMostTenTimesASecond) {
+    Drawn drawn;
+    int draws = 0;
+    std::size_t before = 0;
+    for (int i = 0; i < 1000; ++i) {  // a second
+        drawn.line.show(progressOf(10, 0.5));
+        const std::size_t size = drawn.bytes.text().size();
+        if (size != before) ++draws;
+        before = size;
+        drawn.clock.now += 0.001;
+    }
+    EXPECT_GE(draws, 9);
+    EXPECT_LE(draws, 10);
+}
+
+TEST(LiveLine, rateIsThatOfTheLastSecond) {
+    Drawn drawn;
+    drawn.line.show(progressOf(1000, 1));  // 1,000 in the first second
+    drawn.clock.now += 1;
+    drawn.line.show(progressOf(6000, 2));
+    EXPECT_NE(drawn.bytes.text().find("6,000 folders, 3.0 MB, 5,000 folders/s"), std::string::npos);
+    drawn.clock.now += 0.5;
+    drawn.line.show(progressOf(6100, 2.5));  // within the second the rate stands
+    EXPECT_NE(drawn.bytes.text().find("6,100 folders, 3.0 MB, 5,000 folders/s"), std::string::npos);
+}
+
+TEST(LiveLine, eraseLeavesNothing) {
+    Drawn drawn;
+    drawn.line.erase();
+    EXPECT_EQ(drawn.bytes.text(), "");
+    drawn.line.show(progressOf(1, 1));
+    drawn.line.erase();
+    const std::string text = drawn.bytes.text();
+    EXPECT_EQ(text.substr(text.size() - kErase.size()), kErase);
+    drawn.line.erase();
+    EXPECT_EQ(drawn.bytes.text(), text);
+}
+
+TEST(LiveLine, isNeverWiderThanTheTerminal) {
+    for (int columns = 0; columns < 120; ++columns) {
+        Drawn drawn;
+        drawn.columns = columns;
+        MeasurementProgress progress = progressOf(123456789, 3.5);
+        progress.currentFolder = "/写真/" + std::string(300, 'x') + "/\n\xFF";
+        drawn.line.show(progress);
+        const std::string text = drawn.bytes.text().substr(kErase.size());
+        EXPECT_LT(displayWidth(text), static_cast<std::size_t>(columns > 1 ? columns : 41)) << text;
+    }
+}
+
+}  // namespace
+}  // namespace kavaro
