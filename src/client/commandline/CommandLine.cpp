@@ -1,0 +1,212 @@
+#include "client/commandline/CommandLine.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "platform/Text.h"
+#include "platform/UserDefaults.h"
+#include "support/Version.h"
+
+namespace kavaro {
+
+namespace {
+
+// The library's own layout, with our line for the usage.
+class HelpFormatter : public CLI::Formatter {
+  public:
+    std::string make_usage(const CLI::App* app, std::string) const override {
+        return "Usage: " + CommandLine::synopsis(*app) + "\n";
+    }
+    std::string make_footer(const CLI::App* app) const override { return app->get_footer() + "\n"; }
+};
+
+// A whole number from 0 up.
+std::string checkNumber(std::string& text) {
+    constexpr int kMost = std::numeric_limits<int>::max();
+    const bool isDigits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+    if (!isDigits) return "\"" + printable(text) + "\" is not a whole number from 0 up";
+    if (text.size() > 10 || std::stoll(text) > kMost) return text + " is more than " + std::to_string(kMost);
+    return {};
+}
+
+std::string oneOf(const std::vector<std::string>& words, const std::string& text) {
+    if (std::find(words.begin(), words.end(), text) != words.end()) return {};
+    std::string known;
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        if (i > 0) known += i + 1 == words.size() ? " or " : ", ";
+        known += words[i];
+    }
+    return "\"" + printable(text) + "\" is not " + known;
+}
+
+std::string checkBus(std::string& text) {
+    if (text == "session" || text == "system" || text.find(':') != std::string::npos) return {};
+    return "\"" + printable(text) + "\" is not session, system or a bus address such as unix:path=/run/bus";
+}
+
+std::string checkDomain(std::string& text) {
+    if (!text.empty() && text != "." && text != ".." && text.find('/') == std::string::npos) return {};
+    return "\"" + printable(text) + "\" is no name of a domain";
+}
+
+CLI::Validator check(std::string (*function)(std::string&)) {
+    return CLI::Validator(function, "", "");
+}
+
+CLI::Validator checkWords(const std::vector<std::string>& words) {
+    return CLI::Validator([words](std::string& text) { return oneOf(words, text); }, "", "");
+}
+
+const std::vector<std::string> kSortWords = {"size", "name", "date", "count"};
+const std::vector<std::string> kColorWords = {"auto", "always", "never"};
+const std::vector<std::string> kFormats = {"man", "bash", "zsh", "fish"};
+
+}  // namespace
+
+CommandLine::CommandLine() : _app("Shows how folders use the disk.", "kavaro") {
+    _app.formatter(std::make_shared<HelpFormatter>());
+    _app.set_help_flag("-h,--help", "Show this help");
+    _app.set_version_flag("--version", std::string("kavaro ") + KAVARO_VERSION, "Show the version of kavaro");
+    _app.require_subcommand(0, 1);
+    _app.footer(
+        "Examples:\n"
+        "  kavaro size /usr                 the largest entries of /usr\n"
+        "  kavaro size --depth 2 --top 5 .  two levels of the current folder\n"
+        "  kavaro size --help               all options of a command");
+    CLI::Option* generate = _app.add_option("--generate", _parsed.format, "Write the man page or a completion script");
+    generate->type_name("FORMAT")->group("")->check(checkWords(kFormats));
+    addSize();
+    addServerCommands();
+    addDefaults();
+}
+
+CLI::App* CommandLine::addCommand(CLI::App& parent, const char* name, const char* description, const char* examples) {
+    CLI::App* command = parent.add_subcommand(name, description);
+    command->set_help_flag("-h,--help", "Show this help");
+    command->footer(std::string("Examples:\n") + examples);
+    return command;
+}
+
+void CommandLine::hint(const CLI::Option* option, CompletionHint::Kind kind, std::vector<std::string> words) {
+    _hints[option] = {kind, std::move(words)};
+}
+
+const CompletionHint& CommandLine::hintOf(const CLI::Option& option) const {
+    static const CompletionHint kNothing;
+    const auto found = _hints.find(&option);
+    return found == _hints.end() ? kNothing : found->second;
+}
+
+void CommandLine::addBus(CLI::App& command) {
+    CLI::Option* bus = command.add_option("--bus", _parsed.bus,
+                                          "Bus on which the server is: session (the default), system, or an address");
+    bus->type_name("BUS")->check(check(checkBus));
+    hint(bus, CompletionHint::Kind::words, {"session", "system"});
+}
+
+void CommandLine::addSize() {
+    SizeOptions& size = _parsed.size;
+    CLI::App* command = addCommand(_app, "size", "Measure folders and show what is in them",
+                                   "  kavaro size /usr\n"
+                                   "  kavaro size --depth 2 --sort date /var /srv\n"
+                                   "  kavaro size --json /usr\n"
+                                   "  kavaro size --export ncdu usr.json /usr");
+    CLI::Option* folders = command->add_option("FOLDER", "Folders to measure, one after another");
+    folders->expected(0, CLI::detail::expected_max_vector_size)->allow_extra_args()->type_name("");
+    hint(folders, CompletionHint::Kind::folder);
+    _folders = folders;
+
+    command->add_option("--depth", size.depth, "Levels of folders to show (1)")
+        ->type_name("N")
+        ->check(check(checkNumber));
+    _topOption = command
+                     ->add_option("--top", _top,
+                                  "Entries of each folder to show, 0 for all (20; with --json all). What comes first "
+                                  "is for --sort to say")
+                     ->type_name("N")
+                     ->check(check(checkNumber));
+    CLI::Option* sort = command->add_option("--sort", _sort,
+                                            "Order: size (the default), name, date (newest first) or count (of files "
+                                            "and folders)");
+    sort->type_name("ORDER")->check(checkWords(kSortWords));
+    hint(sort, CompletionHint::Kind::words, kSortWords);
+    command->add_flag("--apparent", size.apparent, "Go by logical size instead of the room taken on disk");
+    command->add_flag("--same-file-system", size.sameFileSystem, "Leave out folders on which others are mounted");
+    CLI::Option* json = command->add_flag("--json", size.json, "Write JSON: an object, for several folders an array");
+    CLI::Option* exported = command->add_option(
+        "--export",
+        "Write the whole tree of one folder for another program: ncdu. FILE \"-\", the default, is standard "
+        "output");
+    exported->expected(1, 2)->allow_extra_args(false)->type_name("ncdu [FILE]")->excludes(json);
+    hint(exported, CompletionHint::Kind::words, {"ncdu"});
+    _export = exported;
+    command->add_flag("--errors", size.errors, "List the folders that are missing in the total, with the reason");
+    CLI::Option* color = command->add_option("--color", _color, "Colours: auto (the default), always or never");
+    color->type_name("WHEN")->check(checkWords(kColorWords));
+    hint(color, CompletionHint::Kind::words, kColorWords);
+    addBus(*command);
+    command->add_flag("--embedded", size.embedded, "Measure in this process, without a server and a bus");
+    command->add_flag("--verbose", size.verbose, "Show the server's log on standard error");
+    command->add_flag("--statistics", size.statistics, "Show the engine's time and the memory used")->group("");
+}
+
+void CommandLine::addServerCommands() {
+    addBus(*addCommand(_app, "stop", "Stop the server", "  kavaro stop\n  kavaro stop --bus system"));
+    addBus(*addCommand(_app, "version", "Show the versions of kavaro and of the server, when one runs",
+                       "  kavaro version"));
+}
+
+void CommandLine::addDefaults() {
+    const std::string domain(kPreferencesDomain);
+    CLI::App* defaults = addCommand(_app, "defaults", "Read and change settings",
+                                    "  kavaro defaults read\n"
+                                    "  kavaro defaults write org.kavaro.Kavaro loadPseudoFileSystems 1");
+    defaults->require_subcommand(0, 1);
+    CLI::App* read = addCommand(*defaults, "read", "Show one setting, or all of them",
+                                "  kavaro defaults read\n"
+                                "  kavaro defaults read org.kavaro.Kavaro sameFileSystemOnly");
+    CLI::App* write = addCommand(*defaults, "write", "Change a setting",
+                                 "  kavaro defaults write org.kavaro.Kavaro sameFileSystemOnly 1");
+    CLI::App* remove = addCommand(*defaults, "delete", "Remove a setting, so that its default counts again",
+                                  "  kavaro defaults delete org.kavaro.Kavaro sameFileSystemOnly");
+    for (CLI::App* command : {read, write, remove}) {
+        const bool needsKey = command != read;
+        CLI::Option* name = command->add_option("DOMAIN", _parsed.domain, "Whose settings; kavaro's are " + domain);
+        name->type_name("")->required(needsKey)->check(check(checkDomain));
+        hint(name, CompletionHint::Kind::words, {domain});
+        CLI::Option* key = command->add_option("KEY", _parsed.key, "Name of the setting");
+        key->type_name("")->required(needsKey);
+    }
+    write->add_option("VALUE", _parsed.value, "New value")->type_name("")->required();
+}
+
+std::vector<const CLI::App*> CommandLine::commandsOf(const CLI::App& app) {
+    return app.get_subcommands([](const CLI::App* command) { return !command->get_group().empty(); });
+}
+
+std::vector<const CLI::Option*> CommandLine::optionsOf(const CLI::App& app) {
+    return app.get_options(
+        [](const CLI::Option* option) { return !option->get_positional() && !option->get_group().empty(); });
+}
+
+std::vector<const CLI::Option*> CommandLine::positionalsOf(const CLI::App& app) {
+    return app.get_options([](const CLI::Option* option) { return option->get_positional(); });
+}
+
+std::string CommandLine::fullName(const CLI::App& app) {
+    return app.get_parent() ? fullName(*app.get_parent()) + " " + app.get_name() : app.get_name();
+}
+
+std::string CommandLine::synopsis(const CLI::App& app) {
+    std::string text = fullName(app) + " [OPTIONS]";
+    if (!commandsOf(app).empty()) text += " COMMAND";
+    for (const CLI::Option* option : positionalsOf(app)) {
+        const bool isList = option->get_expected_max() > 1;
+        const bool isOptional = !isList && !option->get_required();
+        text += isOptional ? " [" + option->get_name() + "]" : " " + option->get_name();
+        if (isList) text += "...";
+    }
+    return text;
+}
+
+}  // namespace kavaro

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "client/commandline/Color.h"
+#include "client/commandline/EntryWalk.h"
+
+namespace kavaro {
+
+struct SizeOptions {
+    std::vector<std::string> folders;
+    int depth = 1;
+    std::optional<int> top;  // 0 for all
+    SortKey sort = SortKey::size;
+    ColorChoice color = ColorChoice::automatic;
+    bool apparent = false;
+    bool sameFileSystem = false;
+    bool json = false;
+    bool errors = false;
+    bool embedded = false;
+    bool verbose = false;
+    bool statistics = false;
+    std::string bus = "session";            // "session", "system" or an address
+    std::optional<std::string> exportFile;  // "-" for standard output
+};
+
+// What the arguments ask for.
+struct ParsedCommand {
+    enum class Kind {
+        text,   // print `text`: help or the version
+        wrong,  // wrong usage; `text` says what
+        size,
+        stop,
+        version,
+        defaultsRead,
+        defaultsWrite,
+        defaultsDelete,
+        generate,
+    };
+    Kind kind = Kind::wrong;
+    std::string text;
+    SizeOptions size;
+    std::string bus = "session";     // stop, version
+    std::string domain, key, value;  // defaults; an empty key means all of them
+    std::string format;              // generate
+};
+
+// What an argument is completed with.
+struct CompletionHint {
+    enum class Kind { nothing, words, folder, file };
+    Kind kind = Kind::nothing;
+    std::vector<std::string> words;
+};
+
+// The one description of all commands and options: parsing, help, man page and completions come from it. Parse once.
+class CommandLine {
+  public:
+    CommandLine();
+    CommandLine(const CommandLine&) = delete;
+    CommandLine& operator=(const CommandLine&) = delete;
+
+    // Without the program's name.
+    ParsedCommand parse(const std::vector<std::string>& arguments);
+
+    const CLI::App& app() const { return _app; }
+    const CompletionHint& hintOf(const CLI::Option& option) const;
+    // Commands and options that are shown to people.
+    static std::vector<const CLI::App*> commandsOf(const CLI::App& app);
+    static std::vector<const CLI::Option*> optionsOf(const CLI::App& app);      // with dashes
+    static std::vector<const CLI::Option*> positionalsOf(const CLI::App& app);  // without
+    static std::string fullName(const CLI::App& app);                           // "kavaro defaults read"
+    static std::string synopsis(const CLI::App& app);                           // "kavaro size [OPTIONS] FOLDER..."
+
+  private:
+    void addSize();
+    void addServerCommands();
+    void addDefaults();
+    CLI::App* addCommand(CLI::App& parent, const char* name, const char* description, const char* examples);
+    void addBus(CLI::App& command);
+    void hint(const CLI::Option* option, CompletionHint::Kind kind, std::vector<std::string> words = {});
+    void finishSize(ParsedCommand& parsed) const;
+    bool isKnownCommand(const std::string& word) const;
+
+    CLI::App _app;
+    std::map<const CLI::Option*, CompletionHint> _hints;
+    ParsedCommand _parsed;
+    int _top = 0;
+    const CLI::Option* _folders = nullptr;
+    const CLI::Option* _export = nullptr;
+    const CLI::Option* _topOption = nullptr;
+    std::string _sort = "size", _color = "auto";
+};
+
+}  // namespace kavaro

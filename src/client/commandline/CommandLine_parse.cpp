@@ -1,0 +1,150 @@
+#include <algorithm>
+
+#include "client/commandline/CommandLine.h"
+#include "platform/Text.h"
+#include "platform/UserDefaults.h"
+
+namespace kavaro {
+
+namespace {
+
+using Kind = ParsedCommand::Kind;
+
+ParsedCommand text(Kind kind, std::string words) {
+    ParsedCommand parsed;
+    parsed.kind = kind;
+    parsed.text = std::move(words);
+    return parsed;
+}
+
+// `reason` is a sentence without the full stop.
+ParsedCommand wrong(const CLI::App& command, const std::string& reason) {
+    return text(Kind::wrong, reason + ". See \"" + CommandLine::fullName(command) + " --help\".");
+}
+
+// The command that the arguments got to.
+const CLI::App& reached(const CLI::App& app) {
+    const CLI::App* command = &app;
+    while (true) {
+        const std::vector<const CLI::App*> next =
+            command->get_subcommands([](const CLI::App* candidate) { return candidate->parsed(); });
+        if (next.empty()) return *command;
+        command = next.front();
+    }
+}
+
+Kind kindOf(const std::string& command) {
+    static const std::map<std::string, Kind> kKinds = {
+        {"kavaro size", Kind::size},
+        {"kavaro stop", Kind::stop},
+        {"kavaro version", Kind::version},
+        {"kavaro defaults read", Kind::defaultsRead},
+        {"kavaro defaults write", Kind::defaultsWrite},
+        {"kavaro defaults delete", Kind::defaultsDelete},
+    };
+    const auto found = kKinds.find(command);
+    return found == kKinds.end() ? Kind::wrong : found->second;
+}
+
+// The parser takes a folder "[a,b]" for a list of two. A mark in front of it keeps it whole.
+constexpr char kMark = '\x01';
+
+std::string marked(const std::string& argument) {
+    return !argument.empty() && (argument.front() == '[' || argument.front() == kMark) ? kMark + argument : argument;
+}
+
+std::vector<std::string> withoutMarks(std::vector<std::string> arguments) {
+    for (std::string& argument : arguments) {
+        if (!argument.empty() && argument.front() == kMark) argument.erase(0, 1);
+    }
+    return arguments;
+}
+
+// The parser's words for what is wrong, without a closing stop, safe to show.
+std::string reasonOf(const CLI::ParseError& error) {
+    std::string words = error.what();
+    words.erase(std::remove(words.begin(), words.end(), kMark), words.end());
+    std::string reason = printable(words);
+    while (!reason.empty() && (reason.back() == '.' || reason.back() == ' ')) reason.pop_back();
+    return reason;
+}
+
+}  // namespace
+
+bool CommandLine::isKnownCommand(const std::string& word) const {
+    const std::vector<const CLI::App*> commands = commandsOf(_app);
+    return std::any_of(commands.begin(), commands.end(),
+                       [&](const CLI::App* command) { return command->get_name() == word; });
+}
+
+ParsedCommand CommandLine::parse(const std::vector<std::string>& arguments) {
+    if (!arguments.empty() && arguments[0].rfind('-', 0) != 0 && !isKnownCommand(arguments[0])) {
+        return wrong(_app, "\"" + printable(arguments[0]) + "\" is no command. To measure a folder: kavaro size " +
+                               printable(arguments[0]));
+    }
+    const bool isSize = !arguments.empty() && arguments[0] == "size";
+    // The parser forgets about "--" when a list can be empty: what follows it are folders.
+    auto end = isSize ? std::find(arguments.begin(), arguments.end(), "--") : arguments.end();
+    std::vector<std::string> reversed;
+    for (auto at = arguments.begin(); at != end; ++at) reversed.push_back(isSize ? marked(*at) : *at);
+    std::reverse(reversed.begin(), reversed.end());
+    if (end != arguments.end()) _parsed.size.folders.assign(end + 1, arguments.end());
+    try {
+        _app.parse(std::move(reversed));
+    } catch (const CLI::CallForHelp&) {
+        return text(Kind::text, reached(_app).help());
+    } catch (const CLI::CallForVersion& version) {
+        return text(Kind::text, std::string(version.what()) + "\n");
+    } catch (const CLI::ParseError& error) {
+        return wrong(reached(_app), reasonOf(error));
+    }
+    const CLI::App& command = reached(_app);
+    ParsedCommand parsed = _parsed;
+    if (&command == &_app && !_parsed.format.empty()) {
+        parsed.kind = Kind::generate;
+        return parsed;
+    }
+    parsed.kind = kindOf(fullName(command));
+    if (parsed.kind == Kind::wrong) return wrong(command, "a command is missing");
+    if (parsed.kind == Kind::size) finishSize(parsed);
+    if (parsed.kind == Kind::defaultsRead && parsed.domain.empty()) parsed.domain = kPreferencesDomain;
+    if (parsed.kind == Kind::wrong) return wrong(command, parsed.text);
+    return parsed;
+}
+
+// What the parser cannot know: which word belongs to --export.
+void CommandLine::finishSize(ParsedCommand& parsed) const {
+    SizeOptions& size = parsed.size;
+    // The words as they were given: the parser's conversion would take "{}" for an empty list.
+    const std::vector<std::string> folders = withoutMarks(_folders->results());
+    size.folders.insert(size.folders.begin(), folders.begin(), folders.end());
+    size.bus = parsed.bus;
+    if (_topOption->count() > 0) size.top = _top;
+    size.sort = _sort == "name"    ? SortKey::name
+                : _sort == "date"  ? SortKey::date
+                : _sort == "count" ? SortKey::count
+                                   : SortKey::size;
+    size.color = _color == "always"  ? ColorChoice::always
+                 : _color == "never" ? ColorChoice::never
+                                     : ColorChoice::automatic;
+    const auto fail = [&](std::string reason) {
+        parsed.kind = Kind::wrong;
+        parsed.text = std::move(reason);
+    };
+    if (_export->count() > 0) {
+        std::vector<std::string> words = withoutMarks(_export->results());
+        if (words[0] != "ncdu") return fail("--export: \"" + printable(words[0]) + "\" is not ncdu");
+        // A last word that would leave no folder is the folder.
+        if (words.size() == 2 && size.folders.empty()) {
+            size.folders.push_back(words[1]);
+            words.pop_back();
+        }
+        size.exportFile = words.size() == 2 ? words[1] : "-";
+        if (size.folders.size() > 1)
+            return fail("--export: takes one folder, not " + std::to_string(size.folders.size()));
+        if (size.exportFile->empty()) return fail("--export: the name of the file is empty");
+    }
+    if (size.folders.empty()) return fail("no folder given. Name at least one, for example: kavaro size /usr");
+}
+
+}  // namespace kavaro

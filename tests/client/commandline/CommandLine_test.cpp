@@ -1,0 +1,168 @@
+#include "client/commandline/CommandLine.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "support/Version.h"
+
+namespace kavaro {
+namespace {
+
+using Kind = ParsedCommand::Kind;
+
+ParsedCommand parse(const std::vector<std::string>& arguments) {
+    return CommandLine().parse(arguments);
+}
+
+std::string wrong(const std::vector<std::string>& arguments) {
+    const ParsedCommand parsed = parse(arguments);
+    EXPECT_EQ(parsed.kind, Kind::wrong);
+    return parsed.text;
+}
+
+using Words = std::vector<std::string>;
+
+TEST(CommandLine, sizeWithoutOptions) {
+    const ParsedCommand parsed = parse({"size", "/usr"});
+    ASSERT_EQ(parsed.kind, Kind::size) << parsed.text;
+    EXPECT_EQ(parsed.size.folders, Words{"/usr"});
+    EXPECT_EQ(parsed.size.depth, 1);
+    EXPECT_FALSE(parsed.size.top);
+    EXPECT_EQ(parsed.size.sort, SortKey::size);
+    EXPECT_EQ(parsed.size.color, ColorChoice::automatic);
+    EXPECT_EQ(parsed.size.bus, "session");
+    EXPECT_FALSE(parsed.size.exportFile);
+    EXPECT_FALSE(parsed.size.apparent || parsed.size.sameFileSystem || parsed.size.json || parsed.size.errors ||
+                 parsed.size.embedded || parsed.size.verbose || parsed.size.statistics);
+}
+
+TEST(CommandLine, sizeWithAllOptions) {
+    const ParsedCommand parsed =
+        parse({"size", "--depth", "3", "--top=0", "a", "--sort", "date", "--apparent", "--same-file-system", "--json",
+               "--errors", "--embedded", "--verbose", "--color", "never", "--bus", "unix:path=/x", "b"});
+    ASSERT_EQ(parsed.kind, Kind::size) << parsed.text;
+    EXPECT_EQ(parsed.size.folders, (Words{"a", "b"}));
+    EXPECT_EQ(parsed.size.depth, 3);
+    EXPECT_EQ(parsed.size.top, 0);
+    EXPECT_EQ(parsed.size.sort, SortKey::date);
+    EXPECT_EQ(parsed.size.color, ColorChoice::never);
+    EXPECT_EQ(parsed.size.bus, "unix:path=/x");
+    EXPECT_TRUE(parsed.size.apparent && parsed.size.sameFileSystem && parsed.size.json && parsed.size.errors &&
+                parsed.size.embedded && parsed.size.verbose);
+}
+
+TEST(CommandLine, words) {
+    EXPECT_EQ(parse({"size", "x", "--sort", "size"}).size.sort, SortKey::size);
+    EXPECT_EQ(parse({"size", "x", "--sort", "name"}).size.sort, SortKey::name);
+    EXPECT_EQ(parse({"size", "x", "--sort", "count"}).size.sort, SortKey::count);
+    EXPECT_EQ(parse({"size", "x", "--color", "always"}).size.color, ColorChoice::always);
+    EXPECT_EQ(parse({"size", "x", "--color", "auto"}).size.color, ColorChoice::automatic);
+    EXPECT_EQ(parse({"size", "x", "--bus", "system"}).size.bus, "system");
+}
+
+TEST(CommandLine, foldersOfAnyName) {
+    for (const std::string name :
+         {"stop", "size", "[a,b]", "{}", "[]", "a,b", "", "a\nb", "\xFF", "%%", "a b", "-", "\"q\"", "=x"}) {
+        const ParsedCommand parsed = parse({"size", name});
+        ASSERT_EQ(parsed.kind, Kind::size) << name << ": " << parsed.text;
+        EXPECT_EQ(parsed.size.folders, Words{name});
+    }
+    EXPECT_EQ(parse({"size", "--json", "--", "--json", "-x"}).size.folders, (Words{"--json", "-x"}));
+    EXPECT_EQ(parse({"size", "[]", "{}", "[x]"}).size.folders, (Words{"[]", "{}", "[x]"}));
+}
+
+TEST(CommandLine, exportFindsItsFile) {
+    const auto exported = [](const Words& arguments) {
+        const ParsedCommand parsed = parse(arguments);
+        EXPECT_EQ(parsed.kind, Kind::size) << parsed.text;
+        return parsed.size.exportFile.value_or("none") + " " + parsed.size.folders.at(0);
+    };
+    EXPECT_EQ(exported({"size", "--export", "ncdu", "/usr"}), "- /usr");
+    EXPECT_EQ(exported({"size", "/usr", "--export", "ncdu"}), "- /usr");
+    EXPECT_EQ(exported({"size", "--export", "ncdu", "out", "/usr"}), "out /usr");
+    EXPECT_EQ(exported({"size", "/usr", "--export", "ncdu", "out"}), "out /usr");
+    EXPECT_EQ(exported({"size", "--export", "ncdu", "-", "/usr"}), "- /usr");
+    EXPECT_EQ(exported({"size", "--export", "ncdu", "/usr", "--verbose"}), "- /usr");
+    EXPECT_EQ(exported({"size", "--export", "ncdu", "--verbose", "/usr"}), "- /usr");
+    EXPECT_EQ(exported({"size", "--export", "ncdu", "--", "/usr"}), "- /usr");
+    EXPECT_EQ(exported({"size", "--export=ncdu", "/usr"}), "- /usr");
+}
+
+TEST(CommandLine, otherCommands) {
+    EXPECT_EQ(parse({"stop"}).kind, Kind::stop);
+    EXPECT_EQ(parse({"stop", "--bus", "system"}).bus, "system");
+    EXPECT_EQ(parse({"version"}).kind, Kind::version);
+    EXPECT_EQ(parse({"--generate", "man"}).kind, Kind::generate);
+    EXPECT_EQ(parse({"--generate", "fish"}).format, "fish");
+    EXPECT_EQ(parse({"--version"}).text, std::string("kavaro ") + KAVARO_VERSION + "\n");
+}
+
+TEST(CommandLine, defaults) {
+    const ParsedCommand all = parse({"defaults", "read"});
+    EXPECT_EQ(all.kind, Kind::defaultsRead);
+    EXPECT_EQ(all.domain, "org.kavaro.Kavaro");
+    EXPECT_EQ(all.key, "");
+    EXPECT_EQ(parse({"defaults", "read", "org.x", "k"}).key, "k");
+    const ParsedCommand write = parse({"defaults", "write", "org.x", "k", "--", "-1"});
+    EXPECT_EQ(write.kind, Kind::defaultsWrite) << write.text;
+    EXPECT_EQ(write.domain + " " + write.key + " " + write.value, "org.x k -1");
+    EXPECT_EQ(parse({"defaults", "write", "org.x", "k", ""}).kind, Kind::defaultsWrite);
+    EXPECT_EQ(parse({"defaults", "delete", "org.x", "k"}).kind, Kind::defaultsDelete);
+    wrong({"defaults"});
+    wrong({"defaults", "write", "org.x", "k"});
+    wrong({"defaults", "delete", "org.x"});
+    wrong({"defaults", "read", "a", "b", "c"});
+    EXPECT_NE(wrong({"defaults", "read", "../x"}).find("\"../x\" is no name of a domain"), std::string::npos);
+}
+
+TEST(CommandLine, wrongUsageSaysWhatAndWhere) {
+    EXPECT_EQ(wrong({}), "a command is missing. See \"kavaro --help\".");
+    EXPECT_EQ(wrong({"/usr"}), "\"/usr\" is no command. To measure a folder: kavaro size /usr. See \"kavaro --help\".");
+    EXPECT_EQ(wrong({"size"}),
+              "no folder given. Name at least one, for example: kavaro size /usr. See \"kavaro size --help\".");
+    EXPECT_EQ(wrong({"size", "x", "--depth", "-1"}),
+              "--depth: \"-1\" is not a whole number from 0 up. See \"kavaro size --help\".");
+    EXPECT_EQ(wrong({"size", "x", "--top", "99999999999999999999"}),
+              "--top: 99999999999999999999 is more than 2147483647. See \"kavaro size --help\".");
+    EXPECT_EQ(wrong({"size", "x", "--sort", "color"}),
+              "--sort: \"color\" is not size, name, date or count. See \"kavaro size --help\".");
+    EXPECT_EQ(wrong({"size", "x", "--bus", "tram"}),
+              "--bus: \"tram\" is not session, system or a bus address such as unix:path=/run/bus. "
+              "See \"kavaro size --help\".");
+    EXPECT_EQ(wrong({"size", "x", "--export", "tar"}), "--export: \"tar\" is not ncdu. See \"kavaro size --help\".");
+    EXPECT_EQ(wrong({"size", "--export", "ncdu", "f", "x", "y"}),
+              "--export: takes one folder, not 2. See \"kavaro size --help\".");
+    for (const Words& arguments :
+         {Words{"size", "x", "--depth"}, Words{"size", "x", "--depth", "2x"}, Words{"size", "x", "--nonsense"},
+          Words{"size", "x", "--json", "--export", "ncdu"}, Words{"size", "x", "--export"}, Words{"stop", "now"},
+          Words{"version", "--depth", "1"}, Words{"--generate", "pdf"}, Words{"--generate"}, Words{"-x"},
+          Words{"size", "x", "--export", "ncdu", ""}, Words{"size", "--depth", "", "x"}, Words{"\n"}}) {
+        EXPECT_NE(wrong(arguments).find("--help\"."), std::string::npos);
+        EXPECT_EQ(wrong(arguments).find('\n'), std::string::npos) << wrong(arguments);
+    }
+}
+
+TEST(CommandLine, helpOnEverythingWithAnExample) {
+    for (const std::string command :
+         {"", "size", "stop", "version", "defaults", "defaults read", "defaults write", "defaults delete"}) {
+        for (const char* flag : {"-h", "--help"}) {
+            Words arguments;
+            std::istringstream words(command);
+            for (std::string word; words >> word;) arguments.push_back(word);
+            arguments.push_back(flag);
+            const ParsedCommand parsed = parse(arguments);
+            ASSERT_EQ(parsed.kind, Kind::text) << command;
+            EXPECT_NE(parsed.text.find("Usage: kavaro" + (command.empty() ? "" : " " + command) + " [OPTIONS]"),
+                      std::string::npos)
+                << parsed.text;
+            EXPECT_NE(parsed.text.find("Examples:\n  kavaro"), std::string::npos) << parsed.text;
+            EXPECT_EQ(parsed.text.find("--generate"), std::string::npos);
+            EXPECT_EQ(parsed.text.find("--statistics"), std::string::npos);
+        }
+    }
+    EXPECT_EQ(parse({"size", "--nonsense", "--help"}).kind, Kind::text);
+}
+
+}  // namespace
+}  // namespace kavaro
