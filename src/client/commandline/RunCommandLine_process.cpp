@@ -1,0 +1,66 @@
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <iterator>
+
+#include "client/commandline/RunCommandLine.h"
+#include "platform/Environment.h"
+#include "platform/RunLoop.h"
+
+namespace kavaro {
+
+namespace {
+
+// With a standard descriptor closed, the next file or socket would get its number, and our output with it. The places
+// are taken by descriptors that refuse what the closed one would have refused.
+void occupyStandardDescriptors() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(fd, F_GETFD) != -1) continue;
+        const int opened = open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        if (opened >= 0 && opened != fd) close(opened);
+    }
+}
+
+extern "C" void leaveAtOnce(int) {
+    _exit(kExitInterrupted);
+}
+
+void setLeaveAtOnce(bool on) {
+    constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
+    static struct sigaction before[std::size(kSignals)];
+    static bool isOn = false;
+    if (on == isOn) return;
+    isOn = on;
+    for (std::size_t i = 0; i < std::size(kSignals); ++i) {
+        if (!on) {
+            sigaction(kSignals[i], &before[i], nullptr);
+            continue;
+        }
+        struct sigaction action {};
+        action.sa_handler = leaveAtOnce;
+        sigaction(kSignals[i], nullptr, &before[i]);
+        if (before[i].sa_handler != SIG_IGN) sigaction(kSignals[i], &action, nullptr);
+    }
+}
+
+}  // namespace
+
+int runCommandLine(int argc, char** argv) {
+    occupyStandardDescriptors();
+    RunLoop::main().catchTerminationSignals();
+    CommandContext context;
+    context.outputIsTerminal = isTerminal(STDOUT_FILENO);
+    context.errorIsTerminal = isTerminal(STDERR_FILENO);
+    context.outputColumns = [] { return terminalColumns(STDOUT_FILENO); };
+    context.errorColumns = [] { return terminalColumns(STDERR_FILENO); };
+    context.clock = &Clock::system();
+    context.signalCount = [] { return RunLoop::caughtSignalCount(); };
+    context.setLeaveAtOnce = setLeaveAtOnce;
+    context.remoteSource = makeRemoteSource;
+    context.embeddedSource = makeEmbeddedSource;
+    context.serverControl = makeServerControl;
+    return runCommandLine(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc), context);
+}
+
+}  // namespace kavaro
