@@ -5,11 +5,9 @@
 namespace kavaro {
 
 void TuvObject::debugShift(int shift) {
-    static constexpr char kDashes[] = "------------------------------------------------------------";
-    constexpr std::int64_t kBlock = sizeof kDashes - 1;
-    for (std::int64_t left = std::int64_t{3} * shift; left > 0; left -= kBlock)
-        std::fwrite(kDashes, 1, static_cast<std::size_t>(left < kBlock ? left : kBlock), stderr);
-    std::fputs("-> ", stderr);
+    std::string text(shift > 0 ? static_cast<std::size_t>(shift) * 3 : 0, '-');
+    text += "-> ";
+    std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
 void TuvObject::debugHeader() const {
