@@ -122,7 +122,9 @@ void TuvNodeFactory::startWorkingAtPath(const std::string& path,
         unlockThreadStack();
         return;
     }
-    _rootNode = TuvRef<TuvDirNode>::share(root);
+    // The one reference of this thread goes into the field: the root belongs to the worker once the lock is free.
+    node.leak();
+    _rootNode = TuvRef<TuvDirNode>::adopt(root);
     _rootOfJob.store(root, std::memory_order_relaxed);
     root->createDotTrashIfNeeded();
     root->loadNodes();
