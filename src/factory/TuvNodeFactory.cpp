@@ -1,5 +1,7 @@
 #include "factory/TuvNodeFactory.h"
 
+#include <unordered_set>
+
 #include "factory/FactoryLog.h"
 #include "platform/Text.h"
 #include "platform/Thread.h"
@@ -172,14 +174,18 @@ ByteBuffer TuvNodeFactory::prioritizeNodeWithInode(std::int32_t inode, const std
 // the notification thread: they are not looked into.
 void TuvNodeFactory::removeWaiting(const TuvDirNode* folder) {
     std::vector<const TuvDirNode*> below{folder};
+    std::unordered_set<const TuvObject*> leaving{folder};
     for (std::size_t i = 0; i < below.size(); ++i) {
         for (TuvObject* object : *below[i]->folders()) {
             const auto* subfolder = static_cast<const TuvDirNode*>(object);
-            if (!subfolder->isResolved()) below.push_back(subfolder);
+            if (!subfolder->isResolved() && leaving.insert(subfolder).second) below.push_back(subfolder);
         }
     }
-    // Those deepest in the tree stand nearest to the top.
-    for (auto it = below.rbegin(); it != below.rend(); ++it) _threadStack->removeObject(*it);
+    // One pass: a folder may have hundreds of thousands of subfolders waiting.
+    std::vector<int> indexes;
+    for (int i = 0; i < _threadStack->count() && indexes.size() < leaving.size(); ++i)
+        if (leaving.contains(_threadStack->objectAtIndex(i))) indexes.push_back(i);
+    _threadStack->removeObjectsAtIndexes(indexes);
 }
 
 ByteBuffer TuvNodeFactory::hasFileSytemChanged(const std::string& path) {
