@@ -31,12 +31,6 @@ TuvDirNode* asFolder(const TuvRef<TuvNode>& node) {
     return node && node->isDirectory() ? static_cast<TuvDirNode*>(node.get()) : nullptr;
 }
 
-// One-shot loads give nodes that fit the tree of the job, so they go through its session. Without a job the path
-// stands for itself.
-std::shared_ptr<ScanSession> oneShotSession(const std::string& path) {
-    return ScanSession::hasBegun() ? ScanSession::current() : ScanSession::forPath(path);
-}
-
 }  // namespace
 
 void TuvNodeFactory::setSurroundings(const Surroundings& wanted) {
@@ -147,7 +141,7 @@ ByteBuffer TuvNodeFactory::prioritizeNodeWithInode(std::int32_t inode, const std
     _threadStackLock.lock();
     auto* folder = static_cast<TuvDirNode*>(_threadStack->objectWithINode(static_cast<std::uint32_t>(inode)));
     if (!folder) {
-        ScanSession::Scope scope(oneShotSession(path));
+        ScanSession::Scope scope(ScanSession::forOneShot(path));
         TuvRef<TuvNode> node = TuvDirNode::loadFromPath(path);
         if (TuvDirNode* fresh = asFolder(node)) {
             fresh->loadNodes();
@@ -190,7 +184,7 @@ void TuvNodeFactory::removeWaiting(const TuvDirNode* folder) {
 
 ByteBuffer TuvNodeFactory::hasFileSytemChanged(const std::string& path) {
     TuvLog::info(factoryLog, "hasFileSytemChanged:", "%@", path);
-    ScanSession::Scope scope(oneShotSession(path));
+    ScanSession::Scope scope(ScanSession::forOneShot(path));
     TuvRef<TuvNode> node = TuvDirNode::loadFromPath(path);
     TuvDirNode* folder = asFolder(node);
     if (!folder) {
@@ -203,7 +197,7 @@ ByteBuffer TuvNodeFactory::hasFileSytemChanged(const std::string& path) {
 
 ByteBuffer TuvNodeFactory::nodeWithPath(const std::string& path, bool loadChildren) {
     TuvLog::info(factoryLog, "nodeWithPath:loadChildren:", "%@ %d", path, loadChildren);
-    ScanSession::Scope scope(oneShotSession(path));
+    ScanSession::Scope scope(ScanSession::forOneShot(path));
     TuvRef<TuvNode> node = TuvDirNode::loadFromPath(path);
     if (!node) return {};
     TuvDirNode* folder = asFolder(node);

@@ -57,9 +57,12 @@ std::shared_ptr<ScanSession> ScanSession::begin(const std::string& root) {
     return session;
 }
 
-bool ScanSession::hasBegun() {
-    std::lock_guard lock(shared().mutex);
-    return shared().begun;
+std::shared_ptr<ScanSession> ScanSession::forOneShot(const std::string& path) {
+    {
+        std::lock_guard lock(shared().mutex);
+        if (shared().begun) return std::make_shared<ScanSession>(shared().session->_catalog);
+    }
+    return forPath(path);
 }
 
 std::shared_ptr<ScanSession> ScanSession::forPath(const std::string& path) {

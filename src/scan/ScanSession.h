@@ -17,8 +17,7 @@ struct MissedFolder {
 };
 
 // The scanner's way to the disk and what it could not read there. A job begins a session of its own, so that node IDs
-// are unique within the job; every listing of the process then goes through that session, also one-shot ones, whose
-// nodes must fit the job's tree. Safe from any thread.
+// are unique within the job; every listing of the process then goes through that session. Safe from any thread.
 class ScanSession {
   public:
     explicit ScanSession(std::shared_ptr<Catalog> catalog) : _catalog(std::move(catalog)) {}
@@ -27,9 +26,9 @@ class ScanSession {
     static std::shared_ptr<ScanSession> current();
     // Makes the session of a job on `root` and puts it in the place of the last one.
     static std::shared_ptr<ScanSession> begin(const std::string& root);
-    static bool hasBegun();
-    // A session that is not anybody's current one, with the user's settings.
-    static std::shared_ptr<ScanSession> forPath(const std::string& path);
+    // For a load beside the job. Its nodes must fit the job's tree, so it has the job's catalog; without a job the path
+    // stands for itself. What it misses is not missing from the job's totals and stays its own.
+    static std::shared_ptr<ScanSession> forOneShot(const std::string& path);
 
     // While it lives, current() on this thread is `session`.
     class Scope {
@@ -53,6 +52,8 @@ class ScanSession {
     std::vector<MissedFolder> takeMissed();
 
   private:
+    static std::shared_ptr<ScanSession> forPath(const std::string& path);
+
     const std::shared_ptr<Catalog> _catalog;
     std::mutex _mutex;
     std::vector<MissedFolder> _missed;  // guarded by _mutex
