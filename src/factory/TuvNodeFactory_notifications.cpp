@@ -90,10 +90,12 @@ void TuvNodeFactory::deliver(Batch& batch) {
         TuvLog::info(factoryLog, "_resolveFileNotificationTH:", "completed: \"%d\" nodes", completed);
     }
     RunLoop::main().performOnMainAndWait([&] {
-        if (!isCurrent(batch.job)) return;  // stopped or replaced while the batch was on its way
-        postMissedFolders(batch.missed);
-        if (!batch.resolved.isNull()) _resolvedFileNotificationAppkit(std::move(batch.resolved));
-        if (!batch.completed.isNull()) _completedFileNotificationAppkit(std::move(batch.completed));
+        // Stopped or replaced: while the batch was on its way, or by an observer of what was just posted.
+        if (isCurrent(batch.job)) postMissedFolders(batch.missed);
+        if (isCurrent(batch.job) && !batch.resolved.isNull())
+            _resolvedFileNotificationAppkit(std::move(batch.resolved));
+        if (isCurrent(batch.job) && !batch.completed.isNull())
+            _completedFileNotificationAppkit(std::move(batch.completed));
     });
     // The next batch is formed when this one has left: a slow reader makes batches larger, not the server.
     if (!_localWorker && _distributedCenter) _distributedCenter->waitUntilWritten();
@@ -111,7 +113,9 @@ void TuvNodeFactory::_resolvedFileNotificationAppkit(ByteBuffer data) {
 
 void TuvNodeFactory::_completedFileNotificationAppkit(ByteBuffer data) {
     TuvLog::info(factoryLog, "_completedFileNotificationAppkit:", "%d bytes", data.size());
+    const std::uint64_t job = _job.load(std::memory_order_relaxed);
     post(TuvNodeFactoryCompletedNotification, std::move(data));
+    if (!isCurrent(job)) return;  // an observer has started the next one
 
     _threadStackLock.lock();
     TuvRef<TuvDirNode> root = std::move(_rootNode);
@@ -128,8 +132,9 @@ void TuvNodeFactory::_completedFileNotificationAppkit(ByteBuffer data) {
 
 void TuvNodeFactory::_stopedFileNotificationAppkit() {
     TuvLog::info(factoryLog, "_stopedFileNotificationAppkit:", "");
+    const std::uint64_t job = _job.load(std::memory_order_relaxed);
     post(TuvNodeFactoryStoppedNotification, ByteBuffer());
-    _parentInodes.reset();
+    if (isCurrent(job)) _parentInodes.reset();  // else an observer has started the next one
 }
 
 NotificationUserInfo TuvNodeFactory::_userInfo(std::shared_ptr<const ByteBuffer> data) const {
