@@ -63,6 +63,7 @@ TuvNodeFactory::TuvNodeFactory(const Surroundings& wanted)
 
 void TuvNodeFactory::_startWorkingThread() {
     TuvLog::info(factoryLog, "_startWorkingThread", "Setting up worker threads");
+    RunLoop::main();  // the main thread is the one that asks for it first
     if (_debugOn) setNotificationInterval(static_cast<float>(_durations.debugNotificationInterval));
     detachThread("notifications", [this] { _resolveFileNotificationTH(); });
     detachThread("sizing", [this] { _resolveFileTH(); });
