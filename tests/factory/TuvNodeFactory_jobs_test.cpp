@@ -403,16 +403,6 @@ TEST_F(TuvNodeFactoryJobs, isWorkingSeesTheLowByteAlone) {
     EXPECT_NE(engine()->isWorking(), 0);
 }
 
-TEST_F(TuvNodeFactoryJobs, knowsTheFolderOnTopOfItsStack) {
-    fake->addFolder("/r", 2);
-    catalog->gate("/r");
-    EXPECT_EQ(engine()->currentlyWorking(), nullptr);
-    catalog->open("/r");
-    engine()->startWorkingAtPath("/r");
-    ASSERT_TRUE(runUntilPosted("Completed"));
-    EXPECT_EQ(engine()->currentlyWorking(), nullptr);
-}
-
 // A small tree many times: whatever pass sees the last folder without the root says so, and the job completes.
 TEST_F(TuvNodeFactoryJobs, completesHoweverThePassesFall) {
     makeTree();
