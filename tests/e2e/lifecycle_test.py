@@ -129,7 +129,7 @@ class Lifecycle(harness.Case):
         self.private_bus()
         self.assertIn('0.1.0', self.kavaro('version').stdout)
         server = self.start_server()
-        self.assertIn('server', self.kavaro('version').stdout)
+        self.assertIn('kavarod 0.1.0', self.kavaro('version').stdout)
         self.kavaro('stop')
         self.assertEqual(server.wait(timeout=harness.PATIENCE), 0)
 
