@@ -194,7 +194,7 @@ void TuvObjectArray::replaceSlot(int index, TuvObject* object) {
 }
 
 void TuvObjectArray::sortByFunction(Comparison comparison) {
-    if (_count > 0) std::qsort(_items, static_cast<std::size_t>(_count), sizeof *_items, comparison);
+    if (_count > 0) std::qsort(_items, static_cast<std::size_t>(_count), sizeof(void*), comparison);
 }
 
 bool TuvObjectArray::isEqual(const TuvObjectArray& other) const {

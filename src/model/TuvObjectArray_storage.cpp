@@ -34,7 +34,7 @@ TuvObject** checked(void* block) {
 }
 
 std::size_t bytesOf(int slots) {
-    return static_cast<std::size_t>(slots) * sizeof(TuvObject*);
+    return static_cast<std::size_t>(slots) * sizeof(void*);
 }
 
 }  // namespace
