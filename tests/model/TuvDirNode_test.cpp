@@ -1,5 +1,7 @@
 #include "model/TuvDirNode.h"
 
+#include <thread>
+
 #include "ModelTest.h"
 
 namespace kavaro {
@@ -153,6 +155,31 @@ TEST(TuvDirNodeTest, EndsMayNest) {
     addFolder(outer.get(), newFolder(5));
     outer = nullptr;
     EXPECT_EQ(TuvNode::instanceCount(), 0);
+}
+
+// Trees of different threads share the counters of the process and nothing else.
+TEST(TuvDirNodeTest, ATreeForEachThread) {
+    ModelLogs logs(LogLevel::error);
+    const auto work = [] {
+        for (int i = 0; i < 2000; ++i) {
+            auto root = newFolder(1, "/r");
+            TuvDirNode* folder = root.get();
+            for (int level = 0; level < 10; ++level) {
+                addFile(folder, newFile(2, "f", 1))->filePath();
+                folder = addFolder(folder, newFolder(3));
+            }
+            folder->setIsResolved(true, true);
+            root->files()->sortByFunction(TuvNode_sortByName);
+            TuvDirNode::appendStatInfo(0);
+        }
+    };
+    TuvDirNode::resetStatInfo();
+    std::thread first(work);
+    std::thread second(work);
+    first.join();
+    second.join();
+    EXPECT_EQ(TuvNode::instanceCount(), 0);
+    EXPECT_EQ(TuvDirNode::reportStatInfo(), "4000 hits in  0.000000 ms");
 }
 
 }  // namespace

@@ -80,6 +80,7 @@ TEST(TuvObjectArrayNodesTest, UnloadsEveryFolder) {
 }
 
 TEST(TuvObjectArrayNodesTest, PathsAndURLs) {
+    ModelLogs logs;
     auto root = newFolder(1, "/");
     auto array = make<TuvObjectArray>();
     for (const char* name : {"plain", "a b%#?;\xff\n", "-._~!$&'()*+,=:@"})
