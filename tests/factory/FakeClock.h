@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -11,9 +12,10 @@
 
 namespace kavaro {
 
-// A clock on which no time passes. sleep() returns at once and is written down with the name of the thread that slept;
-// the notification thread can be held in it, so that a test says when a pass is made. Every question for the time
-// moves it by `step` seconds.
+// A clock on which no time passes. sleep() returns at once and is written down with the name of the thread that slept.
+// A thread can be held in it, at a place where it holds no lock, so that a test says when it goes on: the notification
+// thread before each pass, and the worker after each step when trace is on. Every question for the time moves it by
+// `step` seconds.
 class FakeClock final : public Clock {
   public:
     struct Sleep {
@@ -32,39 +34,43 @@ class FakeClock final : public Clock {
         pthread_getname_np(pthread_self(), name, sizeof name);
         std::unique_lock lock(_mutex);
         _sleeps.push_back({name, seconds});
-        if (_sleeps.back().thread != kNotificationThread) return;
-        ++_sleeping;
+        const std::string thread = name;
+        const bool place = thread == kWorkerThread ? seconds > 0.1 : thread == kNotificationThread && seconds < 1;
+        if (!place) return;
+        Turnstile& stile = _stiles[thread];
+        ++stile.sleeping;
         _changed.notify_all();
-        _changed.wait(lock, [this] { return !_held || _passes > 0; });
-        if (_held) --_passes;
-        --_sleeping;
+        _changed.wait(lock, [&] { return !stile.held || stile.passes > 0; });
+        if (stile.held) --stile.passes;
+        --stile.sleeping;
     }
 
     void setStep(double seconds) {
         std::lock_guard lock(_mutex);
         _step = seconds;
     }
-    // From now on the notification thread stays in its sleep.
-    void hold() {
+    // From now on the thread stays in its sleep.
+    void hold(const char* thread = kNotificationThread) {
         std::lock_guard lock(_mutex);
-        _held = true;
-        _passes = 0;
+        _stiles[thread].held = true;
+        _stiles[thread].passes = 0;
     }
-    // Lets it make one pass.
-    void pass() {
+    // Lets it go on until its next sleep.
+    void pass(const char* thread = kNotificationThread) {
         std::lock_guard lock(_mutex);
-        ++_passes;
+        ++_stiles[thread].passes;
         _changed.notify_all();
+    }
+    // Waits until it has come to where it is held.
+    void waitUntilHeld(const char* thread = kNotificationThread) {
+        std::unique_lock lock(_mutex);
+        Turnstile& stile = _stiles[thread];
+        _changed.wait(lock, [&] { return stile.held && stile.passes == 0 && stile.sleeping > 0; });
     }
     void go() {
         std::lock_guard lock(_mutex);
-        _held = false;
+        for (auto& [thread, stile] : _stiles) stile.held = false;
         _changed.notify_all();
-    }
-    // Waits until the notification thread is held.
-    void waitUntilHeld() {
-        std::unique_lock lock(_mutex);
-        _changed.wait(lock, [this] { return _held && _passes == 0 && _sleeping > 0; });
     }
     std::vector<Sleep> sleeps() const {
         std::lock_guard lock(_mutex);
@@ -81,13 +87,17 @@ class FakeClock final : public Clock {
     static constexpr const char* kWorkerThread = "sizing";
 
   private:
+    struct Turnstile {
+        bool held = false;
+        int passes = 0;
+        int sleeping = 0;
+    };
+
     mutable std::mutex _mutex;
     std::condition_variable _changed;
     double _now = 0;
     double _step = 0;
-    bool _held = false;
-    int _passes = 0;
-    int _sleeping = 0;
+    std::map<std::string, Turnstile> _stiles;
     std::vector<Sleep> _sleeps;
 };
 
