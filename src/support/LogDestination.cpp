@@ -63,7 +63,8 @@ void LogDestination::write(const TuvLog::Line& line) try {
         if (!text.empty()) text += ' ';
         text.append(line.selector);
     }
-    if (!text.empty()) text += ": ";
+    // A selector that takes arguments ends with a colon of its own.
+    if (!text.empty()) text += text.back() == ':' ? " " : ": ";
     text += printable(line.text);
     _impl->logger.log(libraryLevel(line.level), spdlog::string_view_t(text.data(), text.size()));
 } catch (...) {
