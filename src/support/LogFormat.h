@@ -170,7 +170,7 @@ class LogFormat {
                 i += 2;
             } else {
                 auto conversion = logformat::parseConversion(_text, i);
-                if (used == count || !logformat::fits(conversion.letter, classes[used]))
+                if (used >= count || !logformat::fits(conversion.letter, classes[used]))
                     logformat::formatDoesNotFitItsArguments();
                 ++used;
             }
