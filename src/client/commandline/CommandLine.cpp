@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <sstream>
 
 #include "platform/Text.h"
 #include "platform/UserDefaults.h"
@@ -11,13 +12,47 @@ namespace kavaro {
 
 namespace {
 
-// The library's own layout, with our line for the usage.
+// The library's own layout with our usage line, wrapped descriptions and less noise.
 class HelpFormatter : public CLI::Formatter {
   public:
+    std::string make_help(const CLI::App* app, std::string name, CLI::AppFormatMode mode) const override {
+        std::string help = CLI::Formatter::make_help(app, std::move(name), mode);
+        for (std::size_t at; (at = help.find("\n\n\n")) != std::string::npos;) help.erase(at, 1);
+        return help;
+    }
     std::string make_usage(const CLI::App* app, std::string) const override {
-        return "Usage: " + CommandLine::synopsis(*app) + "\n";
+        return "\nUsage: " + CommandLine::synopsis(*app) + "\n";
     }
     std::string make_footer(const CLI::App* app) const override { return app->get_footer() + "\n"; }
+    std::string make_option(const CLI::Option* option, bool isPositional) const override {
+        std::string line = "  " + make_option_name(option, isPositional);
+        if (option->get_expected_max() > 0 && !option->get_type_name().empty()) line += " " + option->get_type_name();
+        return line + wrapped(option->get_description(), line.size());
+    }
+    std::string make_subcommand(const CLI::App* command) const override {
+        const std::string line = "  " + command->get_name();
+        return line + wrapped(command->get_description(), line.size());
+    }
+
+  private:
+    // The text in its own column, after `used` columns of the first line.
+    static std::string wrapped(const std::string& text, std::size_t used) {
+        constexpr std::size_t kFirst = 24, kLast = 79;
+        std::string lines = used + 2 > kFirst ? "\n" + std::string(kFirst, ' ') : std::string(kFirst - used, ' ');
+        std::size_t column = kFirst;
+        std::istringstream words(text);
+        for (std::string word; words >> word; column += word.size()) {
+            if (column > kFirst && column + 1 + word.size() > kLast) {
+                lines += "\n" + std::string(kFirst, ' ');
+                column = kFirst;
+            } else if (column > kFirst) {
+                lines += ' ';
+                ++column;
+            }
+            lines += word;
+        }
+        return lines + "\n";
+    }
 };
 
 // A whole number from 0 up.
@@ -116,15 +151,16 @@ void CommandLine::addSize() {
     hint(folders, CompletionHint::Kind::folder);
     _folders = folders;
 
-    command->add_option("--depth", size.depth, "Levels of folders to show (1)")
+    command->add_option("--depth", size.depth, "Levels of folders to show (default 1)")
         ->type_name("N")
         ->check(check(checkNumber));
-    _topOption = command
-                     ->add_option("--top", _top,
-                                  "Entries of each folder to show, 0 for all (20; with --json all). What comes first "
-                                  "is for --sort to say")
-                     ->type_name("N")
-                     ->check(check(checkNumber));
+    _topOption =
+        command
+            ->add_option("--top", _top,
+                         "Entries of each folder to show, the first ones in the order of --sort, 0 for all (default "
+                         "20, with --json 0)")
+            ->type_name("N")
+            ->check(check(checkNumber));
     CLI::Option* sort = command->add_option("--sort", _sort,
                                             "Order: size (the default), name, date (newest first) or count (of files "
                                             "and folders)");
@@ -135,7 +171,7 @@ void CommandLine::addSize() {
     CLI::Option* json = command->add_flag("--json", size.json, "Write JSON: an object, for several folders an array");
     CLI::Option* exported = command->add_option(
         "--export",
-        "Write the whole tree of one folder for another program: ncdu. FILE \"-\", the default, is standard "
+        "Write the whole tree of one folder for ncdu to read: ncdu -f FILE. Without a FILE, or with \"-\", to standard "
         "output");
     exported->expected(1, 2)->allow_extra_args(false)->type_name("ncdu [FILE]")->excludes(json);
     hint(exported, CompletionHint::Kind::words, {"ncdu"});

@@ -84,7 +84,9 @@ class SizeCommand {
             return fail(kExitFailed);
         }
         if (!_source) _source = makeSource();
-        const Measurement measurement = measure(folder.path);
+        Measurement measurement = measure(folder.path);
+        // Whatever the last notification said: something was cut off.
+        measurement.partial |= !measurement.ok();
         if (measurement.interrupted) fail(kExitInterrupted);
         if (!measurement.failure.empty()) {
             writeError(_context, withProgramName(measurement.failure));
