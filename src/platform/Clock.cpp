@@ -29,7 +29,8 @@ class SystemClock final : public Clock {
 }  // namespace
 
 Clock& Clock::system() {
-    static SystemClock clock;
+    // Never taken down: detached threads still ask for the time while the process ends.
+    static SystemClock& clock = *new SystemClock;
     return clock;
 }
 
