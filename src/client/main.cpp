@@ -1,3 +1,5 @@
 #include "client/commandline/RunCommandLine.h"
 
-int main(int count, char** arguments) { return kavaro::runCommandLine(count, arguments); }
+int main(int count, char** arguments) {
+    return kavaro::runCommandLine(count, arguments);
+}

@@ -72,7 +72,9 @@ std::unique_ptr<MeasurementSource> makeRemoteSource(const RemoteOptions& options
     return std::make_unique<RemoteMeasurement>(std::move(connection));
 }
 
-std::unique_ptr<MeasurementSource> makeEmbeddedSource() { return std::make_unique<EmbeddedMeasurement>(); }
+std::unique_ptr<MeasurementSource> makeEmbeddedSource() {
+    return std::make_unique<EmbeddedMeasurement>();
+}
 
 std::unique_ptr<ServerControl> makeServerControl(const RemoteOptions& options) {
     return std::make_unique<BusServerControl>(options.bus);

@@ -155,9 +155,7 @@ TEST(SizeCommand, anExportThatMeasuredNothingKeepsTheFile) {
 
 TEST(SizeCommand, aFailureKeepsWhatWasMeasured) {
     SizeRun run;
-    run.measureAs(smallTree, [](Measurement& measurement) {
-        measurement.failure = "the server is gone. Try again.";
-    });
+    run.measureAs(smallTree, [](Measurement& measurement) { measurement.failure = "the server is gone. Try again."; });
     EXPECT_EQ(run.run({"size", "--depth", "0", run.path}), kExitFailed);
     EXPECT_EQ(run.error(), "kavaro: the server is gone. Try again.\n");
     EXPECT_NE(run.output().find("1.23 s (partial)\n"), std::string::npos);
