@@ -167,7 +167,14 @@ void TuvObjectArray::removeObjectsAtIndexes(const std::vector<int>& ascending) {
     if (ascending.empty()) return;
     std::vector<TuvObject*> removed;
     removed.reserve(ascending.size());
-    for (int index : ascending) removed.push_back(_items[index]);
+    for (int index : ascending) {
+        if (tuvObjectArrayLog.debugOn()) {
+            // As single removals from the first on say it: each index is that of the array without those before.
+            TuvLog::debug(tuvObjectArrayLog, "removeObjectAtIndex", "%@, index %d", _items[index],
+                          index - static_cast<int>(removed.size()));
+        }
+        removed.push_back(_items[index]);
+    }
     const int amount = static_cast<int>(ascending.size());
     if (ascending.back() < _count - ascending.front()) {
         auto next = ascending.rbegin();

@@ -53,6 +53,24 @@ TEST(TuvObjectArrayLogTest, RemovalsAndReplacementsAtDebugLevel) {
     EXPECT_EQ(logs->count(LogLevel::debug, ""), 5);
 }
 
+TEST(TuvObjectArrayLogTest, RemovalsInOnePassLogAsSingleOnesDo) {
+    ModelLogs logs(LogLevel::debug);
+    auto array = threeFiles();
+    array->removeObjectsAtIndexes({0, 2});
+    const std::string remove = "TuvObjectArray removeObjectAtIndex: ";
+    EXPECT_EQ(logs.lines(), (Lines{remove + "n1, index 0", remove + "n3, index 1"}));
+    logs->clear();
+    auto folder = newFolder(1, "/folder");
+    addFile(folder.get(), newFile(2, "file"));
+    addFolder(folder.get(), newFolder(3, "inner"));
+    auto list = make<TuvObjectArray>();
+    for (std::uint32_t inode : {2, 3}) list->adoptObject(newFile(inode, "asked").leak());
+    folder->removeChildNodesRecursive(list.get());
+    EXPECT_EQ(logs.lines(), (Lines{remove + "/folder/file, index 0", remove + "/folder/inner, index 0",
+                                   remove + "asked, index 0", remove + "asked, index 0"}));
+    EXPECT_EQ(logs->count(LogLevel::debug, "index"), 4);
+}
+
 TEST(TuvObjectArrayLogTest, NothingAtInfoLevelForSmallArrays) {
     ModelLogs logs;
     auto array = threeFiles();
