@@ -33,7 +33,7 @@ class CountingCatalog final : public Catalog {
     bool reference(const std::string& path, FileReference* result, int* error) override {
         return _disk->reference(path, result, error);
     }
-    std::unique_ptr<CatalogIterator> openIterator(FileReference reference, int* error) override {
+    std::unique_ptr<CatalogIterator> openIterator(FileReference&& reference, int* error) override {
         auto iterator = _disk->openIterator(std::move(reference), error);
         return iterator ? std::make_unique<Iterator>(std::move(iterator), _counts) : nullptr;
     }

@@ -142,7 +142,7 @@ class FakeCatalog final : public Catalog {
         return true;
     }
 
-    std::unique_ptr<CatalogIterator> openIterator(FileReference reference, int* error) override {
+    std::unique_ptr<CatalogIterator> openIterator(FileReference&& reference, int* error) override {
         std::lock_guard lock(_mutex);
         if (reference.excludedReason) return std::make_unique<Iterator>(std::move(reference), Folder{}, _openIterators);
         auto found = _pathOfReference.find(reference.fd);

@@ -66,10 +66,12 @@ class CatalogIterator {
 
 // A reference to an existing file or folder, held open. The stand-in for the platform's file reference.
 struct FileReference {
-    int fd = -1;        // open for reading when the folder may be read, otherwise -1
-    int openError = 0;  // errno of opening a folder that exists; 0 when fd is open
+    // Of a folder: open for reading or, with an openError, only its place in the tree (O_PATH). -1 for a file and for
+    // a folder that must not be listed.
+    int fd = -1;
+    int openError = 0;  // errno of opening a folder that exists for reading; 0 when it may be read
     bool isDirectory = false;
-    // Static text when the folder must not be listed (fd is -1 then); its iterator delivers nothing.
+    // Static text when the folder must not be listed; its iterator delivers nothing.
     const char* excludedReason = nullptr;
     FileReference() = default;
     FileReference(FileReference&& other) noexcept;
@@ -89,8 +91,8 @@ class Catalog {
     // is not entered; the root itself is opened through a final link as stat() does. False with errno when there is no
     // such entry. Paths longer than PATH_MAX are opened part by part. One system call for a folder on the root's mount.
     virtual bool reference(const std::string& path, FileReference* result, int* error) = 0;
-    // Takes the reference. Null with errno when the folder cannot be read.
-    virtual std::unique_ptr<CatalogIterator> openIterator(FileReference reference, int* error) = 0;
+    // Takes the reference. Null with errno when the folder cannot be read: the caller keeps the reference then.
+    virtual std::unique_ptr<CatalogIterator> openIterator(FileReference&& reference, int* error) = 0;
 
     struct Options {
         bool loadPseudoFileSystems = false;

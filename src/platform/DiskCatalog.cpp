@@ -143,6 +143,7 @@ bool DiskCatalog::acceptUnopened(const Location& location, FolderOpener::Rule ru
     result->isDirectory = true;
     result->openError = openError;
     result->excludedReason = reasonOfOpenFolder(file.fd);
+    if (!result->excludedReason) result->fd = std::exchange(file.fd, -1);
     return true;
 }
 
@@ -170,12 +171,12 @@ const char* DiskCatalog::reasonToExcludeMount(const struct statx& about, int par
     return otherMount || (about.stx_attributes & STATX_ATTR_AUTOMOUNT) != 0 ? kReasonOtherFileSystem : nullptr;
 }
 
-std::unique_ptr<CatalogIterator> DiskCatalog::openIterator(FileReference reference, int* error) {
+std::unique_ptr<CatalogIterator> DiskCatalog::openIterator(FileReference&& reference, int* error) {
     *error = 0;
     if (reference.excludedReason) {
         return std::make_unique<DiskCatalogIterator>(shared_from_this(), nullptr, std::move(reference));
     }
-    if (reference.fd < 0) {
+    if (reference.fd < 0 || reference.openError != 0) {
         *error = reference.openError != 0 ? reference.openError : ENOTDIR;
         return nullptr;
     }

@@ -28,7 +28,7 @@ class DiskCatalog final : public Catalog, public std::enable_shared_from_this<Di
 
     bool stat(const std::string& path, CatalogStat* result, int* error) override;
     bool reference(const std::string& path, FileReference* result, int* error) override;
-    std::unique_ptr<CatalogIterator> openIterator(FileReference reference, int* error) override;
+    std::unique_ptr<CatalogIterator> openIterator(FileReference&& reference, int* error) override;
 
     // For iterators. The reason why a folder must not be listed, or null: `about` is its record, `name` its name in the
     // open folder `parent`.

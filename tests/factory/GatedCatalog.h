@@ -51,7 +51,7 @@ class GatedCatalog final : public Catalog {
         }
         return _inner->reference(path, result, error);
     }
-    std::unique_ptr<CatalogIterator> openIterator(FileReference reference, int* error) override {
+    std::unique_ptr<CatalogIterator> openIterator(FileReference&& reference, int* error) override {
         return _inner->openIterator(std::move(reference), error);
     }
 
