@@ -19,6 +19,15 @@ bool isFolder(const std::string& path) {
     return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
+// The folder and those above it that are missing, for their owner alone.
+void createFolders(const std::string& path) {
+    for (std::size_t end = 0; end != std::string::npos;) {
+        end = path.find('/', end + 1);
+        const std::string folder = path.substr(0, end);
+        if (::mkdir(folder.c_str(), 0700) == 0) ::chmod(folder.c_str(), 0700);  // whatever the umask says
+    }
+}
+
 }  // namespace
 
 // Sizes, counts of the past and flags stay: only the children go, however deep.
@@ -50,8 +59,7 @@ void TuvDirNode::createDotTrashIfNeeded() {
                           trash);
         return;
     }
-    // The home folder itself is there: it is the folder being measured. Failure is not reported.
-    if (::mkdir(trash.c_str(), 0700) == 0) ::chmod(trash.c_str(), 0700);
+    createFolders(trash);  // failure is not reported
 }
 
 TuvDirNode* TuvDirNode::trashFolder() const {

@@ -36,19 +36,15 @@ bool TuvDirNode::mergeFiles(TuvObjectArray* fresh) {
             changed = true;
         }
     }
-    // One pass moves what stays to a list of its own: removing in place would cost the square of the removals.
-    auto kept = make<TuvObjectArray>(own->count() + pending->count() + 1);
+    std::vector<int> gone;
     for (int i = 0; i < own->count(); ++i) {
         TuvNode* node = own->nodeAtIndex(i);
-        if (fresh->binaryObjectWithID(node->inode())) {
-            kept->addObject(node);
-        } else {
-            TuvLog::info(scanLog, "mergeFiles", "Removed [%@]", node->filePath());
-            changed = true;
-        }
+        if (fresh->binaryObjectWithID(node->inode())) continue;
+        TuvLog::info(scanLog, "mergeFiles", "Removed [%@]", node->filePath());
+        gone.push_back(i);
+        changed = true;
     }
-    own->removeAllObjects();
-    own->addObjectsFromArray(kept.get());
+    own->removeObjectsAtIndexes(gone);
     own->addObjectsFromArray(pending.get());
 
     const std::uint64_t newLogical = own->logicalSize() + otherLogical;
