@@ -8,6 +8,7 @@
 #include "scan/BackupFolders.h"
 #include "scan/ScanLog.h"
 #include "scan/ScanSession.h"
+#include "support/StringHelpers.h"
 
 namespace kavaro {
 
@@ -84,13 +85,14 @@ bool Listing::run() {
     }
     int error = reference.openError;
     std::unique_ptr<CatalogIterator> iterator;
-    if (error == 0) iterator = _session->catalog().openIterator(std::move(reference), &error);
+    if (error == 0) iterator = _session->catalog().openIterator(std::move(reference), &error);  // keeps it, failing
     if (!iterator) {
-        // Twice: by the node's path and by the reference's. A folder that may not be read has a reference without a
-        // descriptor, which knows no other path.
+        // Twice: by the node's path and by where the reference leads, which differ behind a link.
         const std::string path(_folder->filePath());
+        const std::string place = pathFromFSRef(reference);
         TuvLog::error(scanLog, "loadNodes", "Couldn't create FSIterator for '%@': Error %i", path, error);
-        TuvLog::error(scanLog, "loadNodes", "Couldn't create FSIterator for '%@': Error %i", path, error);
+        TuvLog::error(scanLog, "loadNodes", "Couldn't create FSIterator for '%@': Error %i",
+                      place.empty() ? path : place, error);
         _session->addMissed(path, reasonOf(error));
         return true;
     }
