@@ -129,7 +129,7 @@ void TuvNode::setFileNameAsChildOfParent() {
     const std::size_t found = above.empty() ? std::string::npos : name.find(above);
     if (found == std::string::npos) return;
     const std::size_t rest = found + above.size() + (above == "/" ? 0 : 1);
-    if (rest < name.size()) setFileName(std::string_view(name).substr(rest));
+    if (rest <= name.size()) setFileName(std::string_view(name).substr(rest));
 }
 
 TuvRef<TuvObjectArray> TuvNode::parentChain(const TuvNode* upTo, bool includeUpTo) {

@@ -165,12 +165,17 @@ TEST_F(TuvNodePathsTest, FromAWholePathToAName) {
     atRoot->setParent(_root.get());
     atRoot->setFileNameAsChildOfParent();
     EXPECT_EQ(atRoot->fileName(), "b");
-    for (const char* name : {"b", "/Users", "/Users/"}) {  // nothing follows
+    for (const char* name : {"b", "/Users"}) {  // no such path in it, or no separator behind it
         auto kept = newFile(1, name);
         kept->setParent(_users);
         kept->setFileNameAsChildOfParent();
         EXPECT_EQ(kept->fileName(), name);
     }
+    auto nothing = newFile(1, "/Users/");  // nothing follows the separator
+    nothing->setParent(_users);
+    nothing->setFileNameAsChildOfParent();
+    EXPECT_TRUE(nothing->hasFileName());
+    EXPECT_EQ(nothing->fileName(), "");
     EXPECT_EQ(logs.lines(), std::vector<std::string>{});
     auto nameless = make<TuvNode>();
     nameless->setFileNameAsChildOfParent();
