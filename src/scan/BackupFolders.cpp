@@ -3,9 +3,9 @@
 #include <atomic>
 #include <string>
 
+#include "model/ModelLog.h"
 #include "platform/Text.h"
 #include "platform/UserDefaults.h"
-#include "scan/ScanLog.h"
 
 namespace kavaro {
 
@@ -22,7 +22,7 @@ bool backupFoldersAllowed() {
         value = UserDefaults::standard().integerForKey("loadTimeMachineFolders") == 1 ? 1 : 0;
         setting.store(value, std::memory_order_relaxed);
         const std::string domain(kPreferencesDomain);
-        TuvLog::info(scanLog, "loadNodes", "%@",
+        TuvLog::info(tuvDirNodeLog, "loadNodes", "%@",
                      value == 1 ? "defaults delete " + domain + " loadTimeMachineFolders"
                                 : "defaults write " + domain + " loadTimeMachineFolders 1");
     }

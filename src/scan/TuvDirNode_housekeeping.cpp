@@ -3,10 +3,10 @@
 #include <string>
 #include <vector>
 
+#include "model/ModelLog.h"
 #include "model/TuvDirNode.h"
 #include "platform/Environment.h"
 #include "platform/Text.h"
-#include "scan/ScanLog.h"
 
 namespace kavaro {
 
@@ -55,8 +55,8 @@ void TuvDirNode::createDotTrashIfNeeded() {
     const std::string trash = stringByAppendingPathComponent(home, kTrashName);
     if (isFolder(trash)) {
         if (hasLoadNodes())
-            TuvLog::error(scanLog, "createDotTrashIfNeeded", "Trash folder %@ exists but we don't have a node !!!",
-                          trash);
+            TuvLog::error(tuvDirNodeLog, "createDotTrashIfNeeded",
+                          "Trash folder %@ exists but we don't have a node !!!", trash);
         return;
     }
     createFolders(trash);  // failure is not reported

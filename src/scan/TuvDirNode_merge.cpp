@@ -1,10 +1,10 @@
+#include "model/ModelLog.h"
 #include "model/TuvDirNode.h"
-#include "scan/ScanLog.h"
 
 namespace kavaro {
 
 bool TuvDirNode::diffNodes() {
-    TuvLog::info(scanLog, "diffNodes", "[%@]", filePath());
+    TuvLog::info(tuvDirNodeLog, "diffNodes", "[%@]", filePath());
     auto freshFiles = make<TuvObjectArray>();
     auto freshFolders = make<TuvObjectArray>();
     // Subfolders keep their nodes: only the files are brought up to date here.
@@ -14,7 +14,7 @@ bool TuvDirNode::diffNodes() {
 
 // Sizes are unsigned and every sum is modular, so a difference may be added whichever way it points.
 bool TuvDirNode::mergeFiles(TuvObjectArray* fresh) {
-    TuvLog::info(scanLog, "mergeFiles", "[%@]", filePath());
+    TuvLog::info(tuvDirNodeLog, "mergeFiles", "[%@]", filePath());
     TuvObjectArray* own = files();
     auto pending = make<TuvObjectArray>();
     const std::uint64_t oldLogical = logicalSize();
@@ -30,7 +30,7 @@ bool TuvDirNode::mergeFiles(TuvObjectArray* fresh) {
         if (auto* existing = static_cast<TuvNode*>(own->binaryObjectWithID(node->inode()))) {
             changed = existing->mergeNode(*node);  // overwritten, not accumulated
         } else {
-            TuvLog::info(scanLog, "mergeFiles", "Added [%@]", node->filePath());
+            TuvLog::info(tuvDirNodeLog, "mergeFiles", "Added [%@]", node->filePath());
             pending->addObject(node);
             node->setParent(this);
             changed = true;
@@ -40,7 +40,7 @@ bool TuvDirNode::mergeFiles(TuvObjectArray* fresh) {
     for (int i = 0; i < own->count(); ++i) {
         TuvNode* node = own->nodeAtIndex(i);
         if (fresh->binaryObjectWithID(node->inode())) continue;
-        TuvLog::info(scanLog, "mergeFiles", "Removed [%@]", node->filePath());
+        TuvLog::info(tuvDirNodeLog, "mergeFiles", "Removed [%@]", node->filePath());
         gone.push_back(i);
         changed = true;
     }
@@ -55,7 +55,7 @@ bool TuvDirNode::mergeFiles(TuvObjectArray* fresh) {
     }
     setLogicalSize(newLogical);
     setPhysicalSize(newPhysical);
-    if (changed) TuvLog::info(scanLog, "mergeFiles", "Merged [%@]", filePath());
+    if (changed) TuvLog::info(tuvDirNodeLog, "mergeFiles", "Merged [%@]", filePath());
     return true;
 }
 

@@ -1,12 +1,12 @@
 #include <cerrno>
 #include <cmath>
 
+#include "model/ModelLog.h"
 #include "model/TuvDirNode.h"
 #include "platform/Clock.h"
 #include "platform/Environment.h"
 #include "platform/Text.h"
 #include "scan/BackupFolders.h"
-#include "scan/ScanLog.h"
 #include "scan/ScanSession.h"
 #include "support/StringHelpers.h"
 
@@ -59,27 +59,28 @@ bool Listing::findReference(FileReference* reference) {
     if (_session->catalog().reference(std::string(_folder->filePath()), reference, &error)) return true;
     const std::size_t length = _folder->filePath().size();
     if (length > kLongestReferencePath) {
-        TuvLog::error(scanLog, "loadNodes", "Path too long (%d bytes) !!!", length);
+        TuvLog::error(tuvDirNodeLog, "loadNodes", "Path too long (%d bytes) !!!", length);
         _session->addMissed(std::string(_folder->filePath()), reasonOf(error));
         return false;
     }
     // A name with "/" in it stands on disk with ":" instead.
     _folder->setFileName(_folder->convertedFileName());
     const std::string path(_folder->filePath());
-    TuvLog::info(scanLog, "loadNodes", "Trying \"%@\"", path);
+    TuvLog::info(tuvDirNodeLog, "loadNodes", "Trying \"%@\"", path);
     if (_session->catalog().reference(path, reference, &error)) return true;
-    TuvLog::error(scanLog, "loadNodes", "Can't get the FSRef on \"%@\". This is bad !!!", path);
+    TuvLog::error(tuvDirNodeLog, "loadNodes", "Can't get the FSRef on \"%@\". This is bad !!!", path);
     _session->addMissed(path, reasonOf(error));
     return false;
 }
 
 bool Listing::run() {
-    if (scanLog.debugOn()) TuvLog::debug(scanLog, "loadNodes", "%@", _folder->filePath());
+    if (tuvDirNodeLog.debugOn()) TuvLog::debug(tuvDirNodeLog, "loadNodes", "%@", _folder->filePath());
     FileReference reference;
     if (!findReference(&reference)) return true;
     if (!reference.isDirectory) return false;
     if (reference.excludedReason) {
-        TuvLog::info(scanLog, "loadNodes", "Not scanned (%s): \"%@\"", reference.excludedReason, _folder->filePath());
+        TuvLog::info(tuvDirNodeLog, "loadNodes", "Not scanned (%s): \"%@\"", reference.excludedReason,
+                     _folder->filePath());
         _session->addMissed(std::string(_folder->filePath()), reference.excludedReason);
         return true;
     }
@@ -90,8 +91,8 @@ bool Listing::run() {
         // Twice: by the node's path and by where the reference leads, which differ behind a link.
         const std::string path(_folder->filePath());
         const std::string place = pathFromFSRef(reference);
-        TuvLog::error(scanLog, "loadNodes", "Couldn't create FSIterator for '%@': Error %i", path, error);
-        TuvLog::error(scanLog, "loadNodes", "Couldn't create FSIterator for '%@': Error %i",
+        TuvLog::error(tuvDirNodeLog, "loadNodes", "Couldn't create FSIterator for '%@': Error %i", path, error);
+        TuvLog::error(tuvDirNodeLog, "loadNodes", "Couldn't create FSIterator for '%@': Error %i",
                       place.empty() ? path : place, error);
         _session->addMissed(path, reasonOf(error));
         return true;
@@ -124,10 +125,11 @@ void Listing::addEntry(const CatalogEntry& entry) {
     node->setParent(_folder);
     node->setFileName(entry.name);
     if (entry.isExcluded) {
-        TuvLog::info(scanLog, "loadNodes", "Not scanned (%s): \"%@\"", entry.reason, node->filePath());
+        TuvLog::info(tuvDirNodeLog, "loadNodes", "Not scanned (%s): \"%@\"", entry.reason, node->filePath());
         _session->addMissed(std::string(node->filePath()), entry.reason);
     }
-    if (scanLog.traceOn()) TuvLog::trace(scanLog, "loadNodes", "[%@] %@", node->nodeTypeString(), node->filePath());
+    if (tuvDirNodeLog.traceOn())
+        TuvLog::trace(tuvDirNodeLog, "loadNodes", "[%@] %@", node->nodeTypeString(), node->filePath());
 }
 
 TuvNode* Listing::addFolder(const CatalogEntry& entry) {
@@ -137,7 +139,7 @@ TuvNode* Listing::addFolder(const CatalogEntry& entry) {
     if (entry.isExcluded) {
         node->setHasLoadNodes();
     } else if (!_allowBackups && isBackupFolderName(entry.name)) {
-        TuvLog::error(scanLog, "loadNodes", "We can't scan TimeMachine backup folders: \"%@/[%@]\"",
+        TuvLog::error(tuvDirNodeLog, "loadNodes", "We can't scan TimeMachine backup folders: \"%@/[%@]\"",
                       _folder->filePath(), entry.name);
         node->setHasLoadNodes();
         _session->addMissed(stringByAppendingPathComponent(_folder->filePath(), entry.name), kReasonBackupFolder);
@@ -156,12 +158,12 @@ TuvNode* Listing::addFile(const CatalogEntry& entry) {
 
 void Listing::reportTime(double spent) const {
     if (_fileCount > kManyFiles || _folderCount > kManyFolders) {
-        TuvLog::info(scanLog, "loadNodes", "%d files, %d folders in %7.3f ms at %d \"%@\"", _fileCount, _folderCount,
-                     spent, _folder->inode(), _folder->filePath());
-        TuvLog::info(scanLog, "loadNodes", "");
+        TuvLog::info(tuvDirNodeLog, "loadNodes", "%d files, %d folders in %7.3f ms at %d \"%@\"", _fileCount,
+                     _folderCount, spent, _folder->inode(), _folder->filePath());
+        TuvLog::info(tuvDirNodeLog, "loadNodes", "");
     }
-    if (scanLog.debugOn())
-        TuvLog::debug(scanLog, "loadNodes", "spent %7.3f ms, [%d/%d files, %d/%d foldes] \"%@\"", spent,
+    if (tuvDirNodeLog.debugOn())
+        TuvLog::debug(tuvDirNodeLog, "loadNodes", "spent %7.3f ms, [%d/%d files, %d/%d foldes] \"%@\"", spent,
                       _files->count(), _files->size(), _folders->count(), _folders->size(), _folder->filePath());
 }
 
@@ -171,9 +173,10 @@ TuvRef<TuvNode> TuvDirNode::loadFromPath(const std::string& path) {
     CatalogStat stat;
     int error = 0;
     const bool found = ScanSession::current()->catalog().stat(path, &stat, &error);
-    if (scanLog.debugOn()) TuvLog::debug(scanLog, "loadFromPath", "%@", path);
+    if (tuvDirNodeLog.debugOn()) TuvLog::debug(tuvDirNodeLog, "loadFromPath", "%@", path);
     if (!found) {
-        TuvLog::error(scanLog, "loadFromPath", "Could not stat(%@), it is possible the path has been removed.", path);
+        TuvLog::error(tuvDirNodeLog, "loadFromPath", "Could not stat(%@), it is possible the path has been removed.",
+                      path);
         return nullptr;
     }
     TuvRef<TuvNode> node;
@@ -206,7 +209,7 @@ bool TuvDirNode::loadNodes() {
 
 void TuvDirNode::loadNodes_debugLowLevel() const {
     constexpr std::uint32_t kTrap = 1465874;
-    if (inode() == kTrap) TuvLog::info(scanLog, "loadNodes_debugLowLevel", "%@", filePath());
+    if (inode() == kTrap) TuvLog::info(tuvDirNodeLog, "loadNodes_debugLowLevel", "%@", filePath());
     auto session = ScanSession::current();
     FileReference reference;
     int error = 0;
@@ -221,15 +224,15 @@ void TuvDirNode::loadNodes_debugLowLevel() const {
         int count = 0;
         status = iterator->nextEntries(entries, &count);
         if (status == CatalogStatus::error) {
-            TuvLog::info(scanLog, "loadNodes_debugLowLevel", "Error %s", errorText(iterator->error()));
+            TuvLog::info(tuvDirNodeLog, "loadNodes_debugLowLevel", "Error %s", errorText(iterator->error()));
             break;
         }
         for (int i = 0; i < count; ++i) ++(entries[i].isDirectory ? folders : files);
     }
     if (files > kManyFiles || folders > kManyFolders) {
-        TuvLog::info(scanLog, "loadNodes_debugLowLevel", "%d files, %d folders in %7.3f ms at %d \"%@\"", files,
+        TuvLog::info(tuvDirNodeLog, "loadNodes_debugLowLevel", "%d files, %d folders in %7.3f ms at %d \"%@\"", files,
                      folders, milliseconds() - start, inode(), filePath());
-        TuvLog::info(scanLog, "loadNodes_debugLowLevel", "");
+        TuvLog::info(tuvDirNodeLog, "loadNodes_debugLowLevel", "");
     }
 }
 
