@@ -3,7 +3,7 @@
 #include "model/FolderWalk.h"
 #include "model/ModelLog.h"
 #include "model/TuvDirNode.h"
-#include "platform/Clock.h"
+#include "support/Stopwatch.h"
 
 namespace kavaro {
 
@@ -113,15 +113,14 @@ bool TuvDirNode::removeChildNode(const TuvNode* node) {
 }
 
 void TuvDirNode::removeChildNodes(const TuvObjectArray* nodes) {
-    const double start = Clock::system().monotonicSeconds();
+    const Stopwatch watch;
     const int asked = nodes->count();
     auto sorted = make<TuvObjectArray>(asked + 1);
     sorted->addObjectsFromArray(nodes);
     sorted->sortByFunction(TuvNode_sortByInode);
     removeChildNodesRecursive(sorted.get());
     sorted = nullptr;
-    TuvLog::info(tuvDirNodeLog, "removeChildNodes", "removed %d Nodes in %9.3f ms", asked,
-                 (Clock::system().monotonicSeconds() - start) * 1000);
+    TuvLog::info(tuvDirNodeLog, "removeChildNodes", "removed %d Nodes in %9.3f ms", asked, watch.milliseconds());
 }
 
 // Each folder whose subtree lost something is summed once, after its subfolders.

@@ -5,15 +5,11 @@
 #include "model/ModelLog.h"
 #include "model/NodeFilterRule.h"
 #include "model/TuvDirNode.h"
-#include "platform/Clock.h"
+#include "support/Stopwatch.h"
 
 namespace kavaro {
 
 namespace {
-
-double milliseconds() {
-    return Clock::system().monotonicSeconds() * 1000;
-}
 
 // Bytes that stand for themselves in the path of a URL.
 bool isPathCharacter(char c) {
@@ -90,20 +86,20 @@ void TuvObjectArray::unloadNodes() {
 }
 
 std::vector<std::string> TuvObjectArray::filePaths() const {
-    const double start = milliseconds();
+    const Stopwatch watch;
     std::vector<std::string> paths;
     paths.reserve(static_cast<std::size_t>(_count));
     for (TuvObject* object : *this) paths.emplace_back(asNode(object)->filePath());
-    TuvLog::info(tuvObjectArrayLog, "filePaths", "%d nodes, in %9.3f ms", _count, milliseconds() - start);
+    TuvLog::info(tuvObjectArrayLog, "filePaths", "%d nodes, in %9.3f ms", _count, watch.milliseconds());
     return paths;
 }
 
 std::vector<std::string> TuvObjectArray::fileURLs() const {
-    const double start = milliseconds();
+    const Stopwatch watch;
     std::vector<std::string> urls;
     urls.reserve(static_cast<std::size_t>(_count));
     for (TuvObject* object : *this) urls.push_back(fileURL(asNode(object)->filePath()));
-    TuvLog::info(tuvObjectArrayLog, "fileURLs", "%d nodes, in %9.3f ms", _count, milliseconds() - start);
+    TuvLog::info(tuvObjectArrayLog, "fileURLs", "%d nodes, in %9.3f ms", _count, watch.milliseconds());
     return urls;
 }
 

@@ -6,15 +6,11 @@
 
 #include "model/ModelLog.h"
 #include "model/TuvDirNode.h"
-#include "platform/Clock.h"
+#include "support/Stopwatch.h"
 
 namespace kavaro {
 
 namespace {
-
-double milliseconds() {
-    return Clock::system().monotonicSeconds() * 1000;
-}
 
 // A slot of a folder's folders, by the inode of what stands there.
 struct Place {
@@ -75,7 +71,7 @@ void TuvObjectArray::attachAt(TuvDirNode* owner, int slot, TuvDirNode* child) {
 }
 
 void TuvObjectArray::rebuildTree(bool backwards) {
-    const double start = milliseconds();
+    const Stopwatch watch;
     const int initial = _count;
     Places places;
     for (int i = 0; i < _count; ++i) places.add(i, folderAtIndex(i));
@@ -93,7 +89,7 @@ void TuvObjectArray::rebuildTree(bool backwards) {
     removeObjectsAtIndexes(attached);
     if (tuvObjectArrayLog.debugOn())
         TuvLog::debug(tuvObjectArrayLog, backwards ? "rebuildTreeBackWards" : "rebuildTree",
-                      "%d initial nodes, %d current in %9.3f ms", initial, _count, milliseconds() - start);
+                      "%d initial nodes, %d current in %9.3f ms", initial, _count, watch.milliseconds());
 }
 
 void TuvObjectArray::rebuildTree() {

@@ -3,11 +3,11 @@
 
 #include "model/ModelLog.h"
 #include "model/TuvDirNode.h"
-#include "platform/Clock.h"
 #include "platform/Environment.h"
 #include "platform/Text.h"
 #include "scan/BackupFolders.h"
 #include "scan/ScanSession.h"
+#include "support/Stopwatch.h"
 #include "support/StringHelpers.h"
 
 namespace kavaro {
@@ -17,10 +17,6 @@ namespace {
 constexpr int kManyFiles = 16000;
 constexpr int kManyFolders = 1600;
 constexpr std::size_t kLongestReferencePath = 1023;
-
-double milliseconds() {
-    return Clock::system().monotonicSeconds() * 1000;
-}
 
 const char* reasonOf(int error) {
     if (error == EACCES || error == EPERM) return kReasonPermission;
@@ -97,9 +93,9 @@ bool Listing::run() {
         _session->addMissed(path, reasonOf(error));
         return true;
     }
-    const double start = milliseconds();
+    const Stopwatch watch;
     readEntries(*iterator);
-    reportTime(milliseconds() - start);
+    reportTime(watch.milliseconds());
     return true;
 }
 
@@ -201,9 +197,9 @@ bool TuvDirNode::loadNodes(TuvObjectArray* files, TuvObjectArray* folders) {
 
 bool TuvDirNode::loadNodes() {
     if (hasLoadNodes()) return false;
-    const double start = milliseconds();
+    const Stopwatch watch;
     const bool loaded = loadNodes(files(), folders());
-    appendStatInfo(milliseconds() - start);
+    appendStatInfo(watch.milliseconds());
     return loaded;
 }
 
@@ -216,7 +212,7 @@ void TuvDirNode::loadNodes_debugLowLevel() const {
     if (!session->catalog().reference(std::string(filePath()), &reference, &error) || !reference.isDirectory) return;
     auto iterator = session->catalog().openIterator(std::move(reference), &error);
     if (!iterator) return;
-    const double start = milliseconds();
+    const Stopwatch watch;
     int files = 0;
     int folders = 0;
     CatalogEntry entries[CatalogIterator::kEntriesPerCall];
@@ -231,7 +227,7 @@ void TuvDirNode::loadNodes_debugLowLevel() const {
     }
     if (files > kManyFiles || folders > kManyFolders) {
         TuvLog::info(tuvDirNodeLog, "loadNodes_debugLowLevel", "%d files, %d folders in %7.3f ms at %d \"%@\"", files,
-                     folders, milliseconds() - start, inode(), filePath());
+                     folders, watch.milliseconds(), inode(), filePath());
         TuvLog::info(tuvDirNodeLog, "loadNodes_debugLowLevel", "");
     }
 }

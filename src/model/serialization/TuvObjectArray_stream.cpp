@@ -4,7 +4,7 @@
 #include "model/serialization/StreamReader.h"
 #include "model/serialization/StreamRecords.h"
 #include "model/serialization/StreamWriter.h"
-#include "platform/Clock.h"
+#include "support/Stopwatch.h"
 
 namespace kavaro {
 
@@ -12,18 +12,14 @@ namespace {
 
 constexpr std::size_t kCapacityPerElement = 256;
 
-double milliseconds() {
-    return Clock::system().monotonicSeconds() * 1000;
-}
-
 bool readWhole(TuvObjectArray& array, ByteView bytes) {
     if (!bytes.data()) return true;
-    const double start = tuvObjectArrayLog.debugOn() ? milliseconds() : 0;
+    const Stopwatch watch;
     int cursor = 0;
     if (!StreamReader(bytes, &cursor).mixed(array)) return false;
     if (tuvObjectArrayLog.debugOn()) {
         TuvLog::debug(tuvObjectArrayLog, "TuvObjectArray", "%d nodes from %d bytes, in %9.3f ms", array.count(),
-                      bytes.size(), milliseconds() - start);
+                      bytes.size(), watch.milliseconds());
     }
     return true;
 }
@@ -42,13 +38,13 @@ TuvRef<TuvObjectArray> TuvObjectArray::fromBytes(ByteView bytes) {
 
 ByteBuffer TuvObjectArray::serialize() const {
     if (_count == 0) return {};
-    const double start = tuvObjectArrayLog.debugOn() ? milliseconds() : 0;
+    const Stopwatch watch;
     if (tuvObjectArrayLog.debugOn()) TuvLog::debug(tuvObjectArrayLog, "serialize", "%d objects", _count);
     ByteBuffer data(static_cast<std::size_t>(_count) * kCapacityPerElement);
     serialize(data, kDepthOfChildren);
     if (tuvObjectArrayLog.debugOn()) {
         TuvLog::debug(tuvObjectArrayLog, "serialize", "%d nodes into %d bytes, in %9.3f ms", _count, data.size(),
-                      milliseconds() - start);
+                      watch.milliseconds());
     }
     return data;
 }
