@@ -24,24 +24,29 @@ class TuvDirNode : public TuvNode {
     int childrenCount() const { return fileCount() + folderCount(); }
     int recursiveFileCount() const override;
     int recursiveFolderCount() const override;
-    TuvObjectArray* files() const { return _files.get(); }
-    TuvObjectArray* folders() const { return _folders.get(); }
+    TuvObjectArray* files() const { return _files.get(); }      // never null; borrowed
+    TuvObjectArray* folders() const { return _folders.get(); }  // never null; borrowed
+    // New arrays, or one that is appended to: files, then folders, then with `recursive` those of each subfolder.
     TuvRef<TuvObjectArray> children() const;
     void children(TuvObjectArray* array, bool recursive) const;
     TuvRef<TuvObjectArray> recursiveChildren() const;
+    // The first in the order of children(), folders before files; null when there is none. Linear.
     TuvDirNode* folderWithFileName(std::string_view name) const;
     TuvNode* childWithINode(std::uint32_t inode, bool includeFiles, bool recursive) const;
 
+    // Puts the folder in the place of the subfolder with its inode; false when there is none.
     bool attachChildNode(TuvDirNode* folder);
     bool attachChildNodeRecursively(TuvDirNode* folder);
+    // By inode, one child for each node asked for; sums are made anew up to the root.
     bool removeChildNode(const TuvNode* node);
     void removeChildNodes(const TuvObjectArray* nodes);
+    // REQUIRES: ascending by inode. What was found leaves the list.
     void removeChildNodesRecursive(TuvObjectArray* sortedNodes);
 
-    using TuvNode::isEqual;
+    // Resolved: the sizes are the sums of the children's as they are now. Otherwise they are 0.
     void setIsResolved(bool flag) override;
-    void setIsResolved(bool flag, bool propagate) override;
-    bool canBeResolved() const;
+    void setIsResolved(bool flag, bool propagate) override;  // with `propagate` all ancestors likewise
+    bool canBeResolved() const;  // it is, or its children are loaded and all its subfolders resolved
     bool hasLoadNodes() const { return flags() & kHasLoaded; }
     void setHasLoadNodes() { setFlags(flags() | kHasLoaded); }
     void parentINodes(std::uint32_t stopInode, std::vector<std::uint32_t>& inodes) const override;
@@ -55,14 +60,20 @@ class TuvDirNode : public TuvNode {
     // scan/
     // The node of one path, a TuvDirNode for a folder; null when it cannot be stat'ed. Its name is the whole path.
     static TuvRef<TuvNode> loadFromPath(const std::string& path);
+    // Lists the folder, one level deep, and appends new children to the arrays. Always true: what cannot be read is
+    // logged, told to the ScanSession and loaded as empty. Unless the path is no folder any more, the node is loaded.
     bool loadNodes(TuvObjectArray* files, TuvObjectArray* folders);
+    // Into its own arrays; false, and nothing done, when it is loaded already.
     bool loadNodes();
-    void loadNodes_debugLowLevel() const;
+    void loadNodes_debugLowLevel() const;  // counts the entries alone, for the log
+    // Lists the folder again and merges its files by inode, differences in size up to the root. Always true.
     bool diffNodes();
-    bool mergeFiles(TuvObjectArray* fresh);
+    bool mergeFiles(TuvObjectArray* fresh);  // sorts `fresh`
+    // Drops all children; sizes and flags stay, so the folder is not listed again.
     void unloadNodes();
+    // Makes ~/.Trash when this folder is the home folder.
     void createDotTrashIfNeeded();
-    TuvDirNode* trashFolder() const;
+    TuvDirNode* trashFolder() const;  // the child named ".Trash", or null
 
     // serialization/
     void serialize(ByteBuffer& data, int depth) const override;

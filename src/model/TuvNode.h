@@ -84,21 +84,26 @@ class TuvNode : public TuvObject {
     std::string convertedFileName() const;
     std::string fileExtension() const;
     std::string fileNameWithoutExtension() const;
-    std::string_view filePath() const;  // fills the cache
+    std::string_view filePath() const;  // from the parents; fills the cache, which a change above does not empty
     void setFilePath(std::string_view path);
     bool hasCachedFilePath() const { return !_filePath.isNull(); }
     TuvDirNode* parent() const { return _parent; }
     void setParent(TuvDirNode* parent);
-    std::string description() const override;
+    std::string description() const override;  // the path
+    // The path less as many bytes from its front as the other's path matches anywhere in it, letter case ignored.
     std::string filePathRelativeOfNode(const TuvNode* other) const;
+    // Of a name that is a whole path: what follows the parent's path.
     void setFileNameAsChildOfParent();
+    // The ancestors below `upTo` (all of them when it is null or none) and this node, outermost first.
     TuvRef<TuvObjectArray> parentChain(const TuvNode* upTo, bool includeUpTo);
 
+    // Takes over the other's sizes and name. Always true.
     bool mergeNode(const TuvNode& other);
     bool filterUsing(const NodeFilterRule& filter, bool flag = false) const;
 
     // Nodes alive in the process.
     static int instanceCount();
+    // User defaults, read and written on every call; a write that fails is logged.
     static bool doNotAutoRemeasure();
     static void setDoNotAutoRemeasure(bool flag);
     static bool removeAsSudo();

@@ -41,36 +41,44 @@ class TuvObjectArray : public TuvObject {
     TuvObject* lastObject() const { return objectAtIndex(_count - 1); }
     TuvNode* nodeAtIndex(int index) const { return asNode(objectAtIndex(index)); }
     TuvDirNode* folderAtIndex(int index) const { return asFolder(objectAtIndex(index)); }
+    // The first element whose isEqual() accepts the object; null or kNotFound when there is none. Linear.
     int indexOfObject(const TuvObject* object) const;
     TuvObject* objectForObject(const TuvObject* object) const;
     TuvNode* objectWithINode(std::uint32_t inode) const;
+    // REQUIRES: ascending by objectID() as a signed number. Of several equal ones, any.
     int binaryIndexOfObjectWithID(std::uint32_t id) const;
     TuvObject* binaryObjectWithID(std::uint32_t id) const;
 
+    // Null is ignored here and in what follows.
     void addObject(TuvObject* object);
     // Takes over the caller's reference instead of retaining: for fresh objects.
     void adoptObject(TuvObject* object);
+    // Before the first element with a larger objectID(). Linear, despite its name.
     void addObjectBinary(TuvObject* object);
+    // An index beyond the count means the end, a negative one the front.
     void insertObjectAtIndex(TuvObject* object, int index);
-    void insertObjectsAtIndex(const TuvObjectArray* array, int index);
+    // At the front: the index is not looked at.
+    void insertObjectsAtIndex(const TuvObjectArray* array, int ignored);
     void addObjectsFromArray(const TuvObjectArray* array);
     void addObjectsFromArrayLength(TuvObject* const* objects, int length);
     void removeObjectAtIndex(int index);
-    void removeObject(const TuvObject* object);
+    void removeObject(const TuvObject* object);  // the first that is equal
     // In one pass. REQUIRES: ascending, each in range.
     void removeObjectsAtIndexes(const std::vector<int>& ascending);
     void removeLastObject();
     void removeAllObjects();
+    // The first element that is equal to the object gives way to it; false when there is none.
     bool replaceObject(TuvObject* object);
     void replaceObjectAtIndex(int index, TuvObject* object);
 
-    void setSize(int size);
-    void extendSize(int ignored);
-    void shrinkSizeToCount();
+    void setSize(int size);        // in pointers, exactly; elements beyond it stay
+    void extendSize(int ignored);  // by one step of the table
+    void shrinkSizeToCount();      // and one slot spare
     void sortByFunction(Comparison comparison);
     using TuvObject::isEqual;
     bool isEqual(const TuvObjectArray& other) const;
 
+    // From here on elements are nodes. An empty array is resolved.
     void setParent(TuvDirNode* parent);
     std::uint64_t logicalSize() const;
     std::uint64_t physicalSize() const;
@@ -79,17 +87,23 @@ class TuvObjectArray : public TuvObject {
     int recursiveFileCount() const;
     int recursiveFolderCount() const;
     bool isResolved() const;
-    void unloadNodes();
+    void unloadNodes();  // REQUIRES: folders
     std::vector<std::string> filePaths() const;
     std::vector<std::string> fileURLs() const;  // "file://" URLs, percent-encoded
     TuvRef<TuvObjectArray> filterUsing(const NodeFilterRule& filter, bool flag = false) const;
+    // Arrays of arrays, in order. The first has `length` elements in each but the last; the second closes one with the
+    // element that reaches either limit, adding up the low 32 bits of the sizes as a signed number.
     TuvRef<TuvObjectArray> toArraysInChunks(int length) const;
     TuvRef<TuvObjectArray> toArraysInChunksWithLogicalSize(int maximumBytes, int maximumCount) const;
 
+    // Of folders. Each element takes the place of its placeholder (the same inode) in the nearest element behind it, or
+    // with BackWards before it, and leaves the array; the roots remain. n log n in the number of placeholders.
     void rebuildTree();
     void rebuildTreeBackWards();
-    void attachToRootNode(TuvDirNode* root);
+    void attachToRootNode(TuvDirNode* root);  // those that have a placeholder in the root itself
+    // The folder's subfolders that are not resolved go to the front.
     void insertUnResolvedNodes(const TuvDirNode* folder);
+    // The folder and all below it, as far as children are loaded, leave the array.
     void removeFoldersFromNodeRecursively(const TuvDirNode* folder);
 
     // Byte forms (serialization/). A null buffer for an empty array.

@@ -24,12 +24,14 @@ struct TuvNodeBase {
 };
 static_assert(sizeof(TuvNodeBase) == 32);
 
-// The state of a three-file write. Memory stays bounded: each buffer goes to its file when it holds over one mebibyte.
-// The caller flushes the three streams with `force` before TuvNodeSerializer_dealloc, which does not.
+// The state of a three-file write, owned by its caller and used by one thread. Memory stays bounded: each buffer goes
+// to its file when it holds over one mebibyte. The caller flushes the three streams with `force` before
+// TuvNodeSerializer_dealloc, which does not.
 struct TuvNodeSerializer {
     static constexpr std::size_t kFlushBytes = 1u << 20;
     static constexpr std::uint32_t kPoolInterval = 1000;
 
+    // The count starts anew after this many nodes. Nothing is pooled here: both are kept for whoever watches a write.
     std::uint32_t poolInterval = kPoolInterval;
     std::uint32_t nodesSinceRenewal = 0;
     std::uint32_t nodesTotal = 0;
@@ -44,10 +46,12 @@ struct TuvNodeSerializer {
     int dataFile = -1;
 };
 
-// Creates (or empties) the three files. False, with a log line, when one cannot be opened.
+// Creates (or empties) the three files. False, with a log line, when one cannot be opened: then none is left open.
 bool TuvNodeSerializer_alloc(TuvNodeSerializer& serializer, const std::string& indexPath, const std::string& nodePath,
                              const std::string& dataPath);
+// Closes the files after their content has reached the disk.
 void TuvNodeSerializer_dealloc(TuvNodeSerializer& serializer);
+// Each writes its buffer when it holds more than kFlushBytes or `force` is set.
 void serializeIndexBytes(TuvNodeSerializer& serializer, bool force);
 void serializeNodeBytes(TuvNodeSerializer& serializer, bool force);
 void serializeDataBytes(TuvNodeSerializer& serializer, bool force);
