@@ -92,6 +92,27 @@ TEST(Tree, everyTestIsInAFolderThatIsBuilt) {
     EXPECT_THAT(faults, IsEmpty());
 }
 
+// Paths in backticks of the page that says what proves what, and those of the test files in the tree.
+TEST(Tree, everyTestStandsInTheDocs) {
+    const std::string page = contents(root / "docs/testing.md");
+    const std::regex name("`([\\w/]+_test\\.(?:cpp|sh|py))`");
+    std::set<std::string> named;
+    for (std::sregex_iterator found(page.begin(), page.end(), name), end; found != end; ++found) {
+        named.insert((*found)[1]);
+    }
+    std::set<std::string> present;
+    for (const auto& entry : fs::recursive_directory_iterator(root / "tests")) {
+        const std::string path = entry.path().lexically_relative(root / "tests");
+        if (std::regex_match("`" + path + "`", name)) present.insert(path);
+    }
+    EXPECT_GT(present.size(), 50u);
+    std::vector<std::string> gone, unnamed;
+    std::ranges::set_difference(named, present, std::back_inserter(gone));
+    std::ranges::set_difference(present, named, std::back_inserter(unnamed));
+    EXPECT_THAT(gone, IsEmpty()) << "named in docs/testing.md, but not there";
+    EXPECT_THAT(unnamed, IsEmpty()) << "needs a row in docs/testing.md";
+}
+
 TEST(Tree, headersStayShort) {
     EXPECT_THAT(tooLong("src", ".h", 200), IsEmpty());
 }
