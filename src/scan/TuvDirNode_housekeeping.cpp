@@ -6,6 +6,7 @@
 #include "model/ModelLog.h"
 #include "model/TuvDirNode.h"
 #include "platform/Environment.h"
+#include "platform/FileContent.h"
 #include "platform/Text.h"
 
 namespace kavaro {
@@ -17,15 +18,6 @@ constexpr const char* kTrashName = ".Trash";
 bool isFolder(const std::string& path) {
     struct stat info {};
     return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
-}
-
-// The folder and those above it that are missing, for their owner alone.
-void createFolders(const std::string& path) {
-    for (std::size_t end = 0; end != std::string::npos;) {
-        end = path.find('/', end + 1);
-        const std::string folder = path.substr(0, end);
-        if (::mkdir(folder.c_str(), 0700) == 0) ::chmod(folder.c_str(), 0700);  // whatever the umask says
-    }
 }
 
 }  // namespace
@@ -59,7 +51,8 @@ void TuvDirNode::createDotTrashIfNeeded() {
                           "Trash folder %@ exists but we don't have a node !!!", trash);
         return;
     }
-    createFolders(trash);  // failure is not reported
+    // Failure is not reported. The permissions are those whatever the process's mask takes away.
+    if (makePrivateFolder(trash) == 0) ::chmod(trash.c_str(), 0700);
 }
 
 TuvDirNode* TuvDirNode::trashFolder() const {
