@@ -4,7 +4,7 @@
 
 namespace kavaro {
 
-inline const LogComponent proxyLog{"TuvKavaroProxy"};
-inline const LogComponent factoryLog{"TuvNodeFactory"};
+inline constinit const LogComponent proxyLog{"TuvKavaroProxy"};
+inline constinit const LogComponent factoryLog{"TuvNodeFactory"};
 
 }  // namespace kavaro

@@ -4,6 +4,6 @@
 
 namespace kavaro {
 
-inline const LogComponent serverLog{"TuvNodeFactoryServer"};
+inline constinit const LogComponent serverLog{"TuvNodeFactoryServer"};
 
 }  // namespace kavaro
