@@ -1,5 +1,6 @@
 #include <limits>
 
+#include "model/FolderWalk.h"
 #include "model/TuvDirNode.h"
 #include "model/serialization/ByteFields.h"
 #include "model/serialization/SerializationLog.h"
@@ -9,24 +10,12 @@ namespace kavaro {
 
 namespace {
 
-// The folder, its files, then each of its folders with its whole subtree. No stack, however deep.
+// The folder, its files, then each of its folders with its whole subtree.
 template <class Visit>
 void visitInPreorder(const TuvDirNode& root, Visit visit) {
-    struct Open {
-        const TuvObjectArray* folders;
-        int next;
-    };
-    std::vector<Open> open;
-    const TuvDirNode* folder = &root;
-    while (true) {
+    for (FolderWalk walk(&root); const TuvDirNode* folder = walk.next();) {
         visit(*folder);
         for (int i = 0; i < folder->fileCount(); ++i) visit(*folder->files()->nodeAtIndex(i));
-        open.push_back({folder->folders(), 0});
-        while (open.back().next == open.back().folders->count()) {
-            open.pop_back();
-            if (open.empty()) return;
-        }
-        folder = open.back().folders->folderAtIndex(open.back().next++);
     }
 }
 
