@@ -33,12 +33,11 @@ TuvNode* TuvNode::deserialize(ByteView data) {
 TuvDirNode::TuvDirNode(ByteView bytes) : TuvDirNode() {
     int cursor = 0;
     if (StreamReader(bytes, &cursor).folder(*this)) return;
-    const TuvRef<TuvDirNode> fresh = make<TuvDirNode>();
-    setInode(fresh->inode());
-    setFlags(fresh->flags());
-    setContentModDate(fresh->contentModDate());
-    setLogicalSize(fresh->logicalSize());
-    setPhysicalSize(fresh->physicalSize());
+    setInode(0);
+    setFlags(kFolder);
+    setContentModDate(0);
+    setLogicalSize(0);
+    setPhysicalSize(0);
     setFileName(NodeText());
     _files->removeAllObjects();
     _folders->removeAllObjects();
