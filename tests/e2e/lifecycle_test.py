@@ -9,12 +9,12 @@ import harness
 
 class Lifecycle(harness.Case):
     def big_tree(self):
-        """Large enough that a job is under way when something happens to it."""
+        """What happens to a job happens in the engine's second of set-up or soon after: the tree need not be large."""
         root = self.make('big')
-        for number in range(400):
+        for number in range(50):
             folder = os.path.join(root, f'folder{number:03}')
             os.mkdir(folder)
-            for item in range(200):
+            for item in range(20):
                 open(os.path.join(folder, f'file{item}'), 'w').close()
         return root
 
