@@ -1,12 +1,9 @@
 #include <errno.h>
 
-#include "model/ModelLog.h"
 #include "scan/ScanTest.h"
 
 namespace kavaro {
 namespace {
-
-using Texts = std::vector<std::string>;
 
 // /top (1) holds /top/folder (2), whose files 10, 11 and 12 are on the disk in memory; 3 is a sibling's file.
 class MergeFilesTest : public ScanTest {
@@ -31,17 +28,9 @@ class MergeFilesTest : public ScanTest {
 
     // Lists the folder again and gives the texts of the log.
     Texts diff(LogLevel level = LogLevel::info) {
-        LogCapture logs;
+        ModelLogs logs;
         EXPECT_TRUE(_folder->diffNodes());
-        Texts texts;
-        for (const LogCapture::Line& line : logs.lines())
-            if (line.level == level) texts.push_back(line.text);
-        return texts;
-    }
-    std::vector<std::uint32_t> inodes() const {
-        std::vector<std::uint32_t> inodes;
-        for (const TuvObject* object : *_folder->files()) inodes.push_back(object->objectID());
-        return inodes;
+        return textsOf(logs, level);
     }
     void expectSizes(std::uint64_t logical, std::uint64_t physical) const {
         EXPECT_EQ(_folder->logicalSize(), logical);
@@ -57,7 +46,7 @@ class MergeFilesTest : public ScanTest {
 TEST_F(MergeFilesTest, AnUnchangedFolderKeepsItsTotals) {
     expectSizes(607, 16454);
     EXPECT_EQ(diff(), (Texts{"[/top/folder]", "[/top/folder]", "Merged [/top/folder]"}));
-    EXPECT_EQ(inodes(), (std::vector<std::uint32_t>{10, 11, 12}));
+    EXPECT_EQ(idsOf(_folder->files()), (std::vector<std::uint32_t>{10, 11, 12}));
     expectSizes(607, 16454);
     EXPECT_TRUE(_folder->hasLoadNodes());
     EXPECT_EQ(_folder->folderCount(), 1);
@@ -73,7 +62,8 @@ TEST_F(MergeFilesTest, AddedRemovedAndChangedFilesTravelToTheRoot) {
     changed->name = "C";
     // The fresh node has this folder as its parent already.
     EXPECT_EQ(diff(LogLevel::error), Texts{"Same or Null value"});
-    EXPECT_EQ(inodes(), (std::vector<std::uint32_t>{11, 12, 9}));  // the added one behind the sorted ones
+    EXPECT_EQ(idsOf(_folder->files()),
+              (std::vector<std::uint32_t>{11, 12, 9}));  // the added one behind the sorted ones
     EXPECT_EQ(_folder->files()->objectAtIndex(0), kept);
     EXPECT_EQ(kept->fileName(), "C");
     EXPECT_EQ(_folder->files()->nodeAtIndex(2)->parent(), _folder);
@@ -113,15 +103,10 @@ TEST_F(MergeFilesTest, AnUnreadableFolderListsAsAnEmptyOne) {
 
 TEST_F(MergeFilesTest, RemovalsLeaveTheArraysDebugLines) {
     for (const char* name : {"b", "a"}) disk->remove(std::string("/top/folder/") + name);
-    const LogComponent* const component = &tuvObjectArrayLog;
-    component->forget();
-    TuvLog::setDefaultLevel(LogLevel::debug);
-    LogCapture logs;
+    ModelLogs logs(LogLevel::debug);
     _folder->diffNodes();
-    TuvLog::setDefaultLevel(LogLevel::info);
-    component->forget();
     Texts texts;
-    for (const LogCapture::Line& line : logs.lines())
+    for (const LogCapture::Line& line : logs->lines())
         if (line.selector == "removeObjectAtIndex") texts.push_back(line.text);
     EXPECT_EQ(texts, (Texts{"/top/folder/b, index 0", "/top/folder/a, index 1"}));
 }

@@ -1,7 +1,5 @@
 #include <sys/stat.h>
 
-#include "ScopedEnvironment.h"
-#include "TempFolder.h"
 #include "scan/ScanTest.h"
 
 namespace kavaro {
@@ -19,7 +17,7 @@ class TrashFolderTest : public ScanTest {
     std::string _home = _temp.makeFolder("home");
     std::string _trash = _home + "/.Trash";
     ScopedEnvironment _environment{"HOME", _home};
-    LogCapture _logs;
+    ModelLogs _logs;
 };
 
 TEST_F(TrashFolderTest, IsMadeForTheHomeFolderAlone) {
@@ -31,7 +29,7 @@ TEST_F(TrashFolderTest, IsMadeForTheHomeFolderAlone) {
     folderNode(_home)->createDotTrashIfNeeded();
     umask(mask);
     EXPECT_EQ(modeOf(_trash), S_IFDIR | 0700u);
-    EXPECT_EQ(_logs.count(""), 0);
+    EXPECT_EQ(_logs->count(""), 0);
 }
 
 TEST_F(TrashFolderTest, WhatIsMissingAboveItIsMadeToo) {
@@ -47,10 +45,10 @@ TEST_F(TrashFolderTest, OneThatIsThereIsLeftAlone) {
     ASSERT_EQ(chmod(_trash.c_str(), 0755), 0);
     auto home = folderNode(_home);
     home->createDotTrashIfNeeded();
-    EXPECT_EQ(_logs.count(""), 0);
+    EXPECT_EQ(_logs->count(""), 0);
     home->setHasLoadNodes();
     home->createDotTrashIfNeeded();
-    EXPECT_EQ(_logs.count(LogLevel::error, "Trash folder " + _trash + " exists but we don't have a node !!!"), 1);
+    EXPECT_EQ(_logs->count(LogLevel::error, "Trash folder " + _trash + " exists but we don't have a node !!!"), 1);
     EXPECT_EQ(modeOf(_trash), S_IFDIR | 0755u);
 }
 
@@ -58,7 +56,7 @@ TEST_F(TrashFolderTest, AFileInItsPlaceStays) {
     _temp.write("home/.Trash", "kept");
     folderNode(_home)->createDotTrashIfNeeded();
     EXPECT_EQ(_temp.read("home/.Trash"), "kept");
-    EXPECT_EQ(_logs.count(""), 0);
+    EXPECT_EQ(_logs->count(""), 0);
 }
 
 TEST_F(TrashFolderTest, IsFoundByItsExactName) {

@@ -5,19 +5,13 @@
 namespace kavaro {
 namespace {
 
-using Texts = std::vector<std::string>;
-
 class UnreadableFolderTest : public ScanTest {
   protected:
     // Lists the folder and gives the log's lines.
     Texts linesOfListing() {
-        LogCapture logs;
+        ModelLogs logs;
         EXPECT_TRUE(_folder->loadNodes());
-        EXPECT_EQ(logs.count(LogLevel::error, "FSIterator"), 2);
-        Texts texts;
-        for (const LogCapture::Line& line : logs.lines())
-            if (line.level == LogLevel::error) texts.push_back(line.text);
-        return texts;
+        return textsOf(logs, LogLevel::error);
     }
 
     FakeCatalog::Folder& _place = disk->addFolder("/locked", 1);
