@@ -41,7 +41,7 @@ class TuvNodeFactoryServer : public TuvKavaroProxy {
     bool configureServer();
     // Returns when the server has been shut down or a signal was caught.
     void runServer();
-    // Returns at once; the server goes `shutdownDelay` later.
+    // Returns at once. The server begins to go `shutdownDelay` later and waits as long again for what is under way.
     void shutdownServer(const std::string& sender) override;
 
     std::string_view localName() const override;
