@@ -115,7 +115,8 @@ class PostedNotifications final : public DistributedCenter {
     }
     void note(Posted posted) {
         _posted.push_back(posted);
-        if (onPost) onPost(posted);
+        const auto current = onPost;  // it may take itself away
+        if (current) current(posted);
     }
 
     std::vector<Posted> _posted;
