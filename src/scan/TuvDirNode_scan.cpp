@@ -32,6 +32,7 @@ class Listing {
 
     // False when the folder is none: then nothing may be touched.
     bool run();
+    void forgetLongPaths();
 
   private:
     bool findReference(FileReference* reference);
@@ -163,6 +164,18 @@ void Listing::reportTime(double spent) const {
                       _files->count(), _files->size(), _folders->count(), _folders->size(), _folder->filePath());
 }
 
+// A long path is kept until the first subfolder has made its own of it: a deep tree would hold one for each level. A
+// root's path is its name.
+void Listing::forgetLongPaths() {
+    const auto forget = [](TuvDirNode* folder) {
+        if (folder && folder->parent() && folder->hasCachedFilePath() &&
+            folder->filePath().size() > TuvNode::kCachedAncestorPathLimit)
+            folder->setFilePath({});
+    };
+    forget(_folder->parent());
+    if (_folders->count() == 0) forget(_folder);
+}
+
 }  // namespace
 
 TuvRef<TuvNode> TuvDirNode::loadFromPath(const std::string& path) {
@@ -191,7 +204,9 @@ TuvRef<TuvNode> TuvDirNode::loadFromPath(const std::string& path) {
 }
 
 bool TuvDirNode::loadNodes(TuvObjectArray* files, TuvObjectArray* folders) {
-    if (Listing(this, files, folders).run()) setHasLoadNodes();
+    Listing listing(this, files, folders);
+    if (listing.run()) setHasLoadNodes();
+    listing.forgetLongPaths();
     return true;
 }
 
