@@ -16,7 +16,7 @@
 namespace kavaro {
 
 // A disk too large to be kept in memory: what a folder holds is worked out from its path when it is listed. Files are
-// named f0, f1 ... and hold 10 bytes in 512; folders are named 0, 1 ... and come first.
+// named file-number-0 ... and hold 10 bytes in 512; folders are named 0, 1 ... and come first.
 class GeneratedCatalog final : public Catalog {
   public:
     struct Shape {
@@ -39,7 +39,7 @@ class GeneratedCatalog final : public Catalog {
         _shapes[result->fd] = _shapeOf(path);
         return true;
     }
-    std::unique_ptr<CatalogIterator> openIterator(FileReference reference, int*) override {
+    std::unique_ptr<CatalogIterator> openIterator(FileReference&& reference, int*) override {
         std::lock_guard lock(_mutex);
         const Shape shape = _shapes.at(reference.fd);
         return std::make_unique<Iterator>(std::move(reference), shape, _state);
@@ -61,7 +61,7 @@ class GeneratedCatalog final : public Catalog {
             for (; *count < kEntriesPerCall && _next < total; ++_next) {
                 const bool isFolder = _next < _shape.folders;
                 std::string& name = _names[*count];
-                name = isFolder ? std::to_string(_next) : "f" + std::to_string(_next - _shape.folders);
+                name = isFolder ? std::to_string(_next) : "file-number-" + std::to_string(_next - _shape.folders);
                 CatalogEntry& entry = entries[(*count)++];
                 entry = {};
                 entry.name = name;
