@@ -4,6 +4,8 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/SmallBlocks.h"
+
 namespace kavaro {
 
 // The bytes follow the length in the same allocation.
@@ -35,8 +37,7 @@ void NodeText::set(std::string_view text) {
             fresh = &Block::empty;
         } else {
             if (text.size() > UINT32_MAX) std::abort();
-            fresh = static_cast<Block*>(std::malloc(sizeof(Block) + text.size()));
-            if (!fresh) std::abort();
+            fresh = static_cast<Block*>(SmallBlocks::allocate(sizeof(Block) + text.size()));
             fresh->length = static_cast<std::uint32_t>(text.size());
             std::memcpy(fresh->bytes(), text.data(), text.size());
         }
@@ -46,7 +47,7 @@ void NodeText::set(std::string_view text) {
 }
 
 void NodeText::reset() {
-    if (_block != &Block::empty) std::free(_block);
+    if (_block && _block != &Block::empty) SmallBlocks::free(_block, sizeof(Block) + _block->length);
     _block = nullptr;
 }
 

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+
+#include "platform/SmallBlocks.h"
 
 namespace kavaro {
 
@@ -13,6 +16,9 @@ class TuvObject {
     TuvObject() = default;
     TuvObject(const TuvObject&) = delete;
     TuvObject& operator=(const TuvObject&) = delete;
+
+    static void* operator new(std::size_t bytes) { return SmallBlocks::allocate(bytes); }
+    static void operator delete(void* object, std::size_t bytes) { SmallBlocks::free(object, bytes); }
 
     TuvObject* retain() {
         ++_retainCount;
