@@ -32,12 +32,18 @@ constexpr double kLongestTimer = 1e9;  // seconds
 std::atomic<int> caughtSignalNumber{0};
 std::atomic<int> caughtSignals{0};
 std::atomic<int> signalPipeInput{-1};
+std::atomic<int> lastSignal{0};  // the one that ends the process, counted from 1; 0: none does
+std::atomic<int> lastSignalStatus{0};
+std::atomic<unsigned> patience{0};  // seconds that the process has after a signal; 0: no limit
+std::atomic<int> patienceStatus{0};
 static_assert(std::atomic<int>::is_always_lock_free);
 
 void noteSignal(int number) {
     int savedError = errno;
     caughtSignalNumber.store(number);
-    caughtSignals.fetch_add(1);
+    const int count = caughtSignals.fetch_add(1) + 1;
+    if (count == lastSignal.load()) _exit(lastSignalStatus.load());
+    if (count == 1 && patience.load() > 0) alarm(patience.load());
     auto byte = static_cast<unsigned char>(number);
     ssize_t written = write(signalPipeInput.load(), &byte, 1);  // a full pipe wakes the loop as well
     static_cast<void>(written);
@@ -304,6 +310,20 @@ void RunLoop::catchTerminationSignals() {
         sigaction(number, &action, nullptr);
     }
     signal(SIGPIPE, SIG_IGN);
+}
+
+void RunLoop::leaveAtSignal(int count, int status) {
+    lastSignalStatus.store(status);
+    lastSignal.store(count);
+}
+
+void RunLoop::leaveAfterSignal(unsigned seconds, int status) {
+    patienceStatus.store(status);
+    struct sigaction action {};
+    action.sa_handler = [](int) { _exit(patienceStatus.load()); };
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGALRM, &action, nullptr);
+    patience.store(seconds);
 }
 
 int RunLoop::caughtSignal() {

@@ -39,6 +39,11 @@ class RunLoop {
     // Main thread. From now on TERM, INT and HUP set caughtSignal() and wake the loop. A HUP that was ignored before
     // stays ignored. SIGPIPE is ignored.
     void catchTerminationSignals();
+    // Main thread. The `count`th caught signal ends the process at once with `status`, whatever it is doing.
+    static void leaveAtSignal(int count, int status);
+    // Main thread. A process that is still there `seconds` after the first caught signal is ended with `status`,
+    // whatever it is doing or waiting for. Takes SIGALRM.
+    static void leaveAfterSignal(unsigned seconds, int status);
     // Any thread. The number of the last caught signal, 0 for none.
     static int caughtSignal();
     // How many have been caught: tells a second Ctrl-C from the first.

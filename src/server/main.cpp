@@ -14,6 +14,9 @@ namespace kavaro {
 
 namespace {
 
+// Enough for what is on its way. What a slow bus or disk keeps from ending must not outlive its client.
+constexpr unsigned kSecondsAfterSignal = 5;
+
 // The bus: "-bus session" (default), "-bus system" or "-bus ADDRESS".
 bool connect(std::string* kind) {
     *kind = UserDefaults::standard().stringForKey("bus").value_or("session");
@@ -29,6 +32,7 @@ bool connect(std::string* kind) {
 
 void runServer() {
     RunLoop::main().catchTerminationSignals();
+    RunLoop::leaveAfterSignal(kSecondsAfterSignal, 0);
     TuvLog::loadConfigFromPath(logConfigurationPath(executablePath()));
     TuvLog::info(nullptr, nullptr, "main() Starting as %s ...",
                  runsAsNormalProcess() ? "normal process (not a daemon)" : "daemon");

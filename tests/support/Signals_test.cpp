@@ -71,6 +71,28 @@ TEST(Signals, AnyThreadMayAsk) {
     EXPECT_EXIT(askElsewhere(), testing::ExitedWithCode(kAsExpected), "");
 }
 
+TEST(Signals, ALaterOneMayEndTheProcessWhateverItDoes) {
+    const auto beBusy = [] {
+        RunLoop::main().catchTerminationSignals();
+        RunLoop::leaveAtSignal(2, 130);
+        raise(SIGINT);
+        if (RunLoop::caughtSignalCount() != 1) _exit(kNotCaught);
+        raise(SIGTERM);
+        _exit(kNotCaught);
+    };
+    EXPECT_EXIT(beBusy(), testing::ExitedWithCode(130), "");
+}
+
+TEST(Signals, AProcessThatDoesNotEndAfterOneIsEnded) {
+    const auto beStuck = [] {
+        RunLoop::main().catchTerminationSignals();
+        RunLoop::leaveAfterSignal(1, 7);
+        raise(SIGTERM);
+        while (true) pause();
+    };
+    EXPECT_EXIT(beStuck(), testing::ExitedWithCode(7), "");
+}
+
 TEST(Signals, OtherSignalsKeepTheirMeaning) {
     const auto useSignal = [] {
         RunLoop::main().catchTerminationSignals();

@@ -49,6 +49,7 @@ void setLeaveAtOnce(bool on) {
 int runCommandLine(int argc, char** argv) {
     occupyStandardDescriptors();
     RunLoop::main().catchTerminationSignals();
+    RunLoop::leaveAtSignal(2, kExitInterrupted);  // also where nobody asks for the first one, as while connecting
     CommandContext context;
     context.outputIsTerminal = isTerminal(STDOUT_FILENO);
     context.errorIsTerminal = isTerminal(STDERR_FILENO);

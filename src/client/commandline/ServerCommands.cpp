@@ -9,6 +9,7 @@ namespace {
 
 std::unique_ptr<ServerControl> controlOf(const std::string& bus, const CommandContext& context) {
     TuvLog::setDestinationEnabled(false);
+    context.setLeaveAtOnce(true);  // nothing is lost when it is interrupted
     return context.serverControl({bus, false, false});
 }
 
