@@ -318,12 +318,12 @@ bool Bus::emit(std::string_view destination, std::string_view path, std::string_
     return false;
 }
 
-bool Bus::flush() {
+bool Bus::flush(double seconds) {
     // The bus answers in order, so its answer means that it has all that went before. GLib's own flush may hang when
     // the connection ends.
     BusError error;
     GlibRef<GDBusMessage> message = _impl->newCall(kBusName, kBusPath, kBusName, "GetId", {}, &error);
-    return message && _impl->sendAndWait(message.get(), -1).ok();
+    return message && _impl->sendAndWait(message.get(), seconds).ok();
 }
 
 BusReply Bus::call(std::string_view destination, std::string_view path, std::string_view interface,

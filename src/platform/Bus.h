@@ -81,9 +81,10 @@ class Bus {
     // large for the bus or the connection is closed.
     bool emit(std::string_view destination, std::string_view path, std::string_view interface, std::string_view member,
               const std::vector<BusValue>& arguments, BusError* error);
-    // Any thread. Returns when the bus has read everything queued so far (true), or the connection is closed. Waits
-    // as long as the bus does not read, for example because a receiver does not keep up.
-    bool flush();
+    // Any thread. Returns when the bus has read everything queued so far (true), the connection is closed, or the
+    // seconds are over. The bus may not read for long, for example because a receiver does not keep up. Seconds < 0: no
+    // limit.
+    bool flush(double seconds = -1);
 
     // Any thread. Waits for the reply without running the loop. Never starts a service. Seconds < 0: no limit.
     BusReply call(std::string_view destination, std::string_view path, std::string_view interface,

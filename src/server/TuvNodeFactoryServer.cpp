@@ -15,6 +15,8 @@ namespace {
 // With file-system events a server outlives its client until its timer has been scheduled this often.
 constexpr int kTimersWithoutClient = 20;
 
+constexpr double kFlushSeconds = 1;
+
 TuvNodeFactoryServer::Surroundings& surroundings() {
     static TuvNodeFactoryServer::Surroundings& surroundings = *new TuvNodeFactoryServer::Surroundings;
     return surroundings;
@@ -151,12 +153,14 @@ void TuvNodeFactoryServer::_shutdownServer(const std::string&) {
     RunLoop::main().stop();
 }
 
-// What was posted is delivered before the name goes.
+// What was posted is delivered before the name goes, however long a client takes; but a signal is obeyed. A bus that
+// reads nothing learns from the end of the process.
 void TuvNodeFactoryServer::leaveBus() {
     const std::shared_ptr<Bus>& bus = defaultConnection();
-    if (bus && !bus->isClosed()) bus->flush();
+    while (bus && !bus->isClosed() && !bus->flush(kFlushSeconds))
+        if (Tuv_caughtSignal()) return;
     unregisterLocalEnd();
-    if (bus && !bus->isClosed()) bus->flush();
+    if (bus && !bus->isClosed()) bus->flush(kFlushSeconds);
 }
 
 void TuvNodeFactoryServer::runServer() {
