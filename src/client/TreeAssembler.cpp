@@ -12,12 +12,9 @@ void sumChildren(TuvDirNode* folder) {
 
 }  // namespace
 
-bool TreeAssembler::started(ByteView bytes) {
-    TuvRef<TuvDirNode> root = TuvDirNode::fromBytes(bytes);
-    if (!root) return false;
+void TreeAssembler::start(TuvRef<TuvDirNode> root) {
     *this = TreeAssembler();
     _root = std::move(root);
-    return true;
 }
 
 bool TreeAssembler::resolved(ByteView bytes) {
@@ -34,20 +31,23 @@ bool TreeAssembler::completed(ByteView bytes) {
     TuvRef<TuvDirNode> root = TuvDirNode::fromBytes(bytes);
     if (!root) return false;
     takeIn(root.get());
-    _waiting.clear();
+    _waiting.erase(root->inode());
     _root = std::move(root);
-    _complete = true;
+    _finished = 0;
+    _complete = _waiting.empty() && _counts.folders == _placeholders + 1;
     return true;
 }
 
 void TreeAssembler::takeIn(TuvDirNode* folder) {
+    if (_waiting.contains(folder->inode())) return;
     attachArrived(folder);
     ++_counts.folders;
     _counts.files += static_cast<std::uint64_t>(folder->fileCount());
     _counts.logicalSize += folder->files()->logicalSize();
     _counts.physicalSize += folder->files()->physicalSize();
+    _placeholders += static_cast<std::uint64_t>(folder->folderCount());
     _lastName = folder->fileName();
-    _waiting[folder->inode()] = TuvRef<TuvDirNode>::share(folder);
+    _waiting.emplace(folder->inode(), TuvRef<TuvDirNode>::share(folder));
 }
 
 void TreeAssembler::attachArrived(TuvDirNode* folder) {
@@ -64,8 +64,9 @@ void TreeAssembler::attachArrived(TuvDirNode* folder) {
 // The walk takes the root's folders in their order, so this is the one that was being sized.
 TuvDirNode* TreeAssembler::firstUnfinished() const {
     if (!_root) return nullptr;
-    for (TuvObject* object : *_root->folders()) {
-        auto* folder = static_cast<TuvDirNode*>(object);
+    const TuvObjectArray* folders = _root->folders();
+    for (; _finished < folders->count(); ++_finished) {
+        TuvDirNode* folder = folders->folderAtIndex(_finished);
         if (!folder->isResolved() && !_waiting.contains(folder->inode())) return folder;
     }
     return nullptr;
