@@ -11,14 +11,26 @@ namespace kavaro {
 // Measures through a server on a bus; each folder has a server run of its own, because a server ends with its job.
 class RemoteMeasurement final : public MeasurementSource {
   public:
-    explicit RemoteMeasurement(ServerConnection::Options options) : _options(std::move(options)) {}
+    // Seconds. Handed in, so that tests do not wait for them.
+    struct Patience {
+        double start = 600;     // until the root is listed
+        double quiet = 15;      // without a notification until the server is asked whether it is there
+        double answer = 30;     // that it has for each of two answers
+        double stop = 3;        // until a stopped job has ended
+        double serverEnd = 30;  // until the server of the last folder has ended
+    };
+    explicit RemoteMeasurement(ServerConnection::Options options) : RemoteMeasurement(std::move(options), Patience()) {}
+    RemoteMeasurement(ServerConnection::Options options, const Patience& patience)
+        : _options(std::move(options)), _patience(patience) {}
     Measurement measure(const std::string& path, const Callbacks& callbacks) override;
 
   private:
-    bool connect(std::string* failure);
+    bool connect(const Callbacks& callbacks, std::string* failure);
 
     const ServerConnection::Options _options;
+    const Patience _patience;
     std::unique_ptr<ServerConnection> _connection;
+    bool _serverEnds = false;  // it has completed its job
 };
 
 }  // namespace kavaro

@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <optional>
+
 #include "platform/Clock.h"
 #include "platform/Environment.h"
 #include "platform/RunLoop.h"
@@ -18,6 +20,10 @@ namespace {
 
 constexpr double kStartSeconds = 15;
 constexpr double kEndSeconds = 5;
+constexpr double kKilledSeconds = 1;
+constexpr double kSessionBusSeconds = 3;  // a session bus that is slower than this is left alone
+constexpr double kBusSeconds = 10;
+constexpr int kAttempts = 2;
 constexpr double kPollSeconds = 0.05;
 constexpr const char* kBusDaemon = "/usr/bin/dbus-daemon";
 
@@ -59,18 +65,27 @@ std::unique_ptr<ServerConnection> ServerConnection::open(const Options& options,
 ServerConnection::~ServerConnection() {
     if (_serverProcess) _serverProcess->terminate();
     if (_bus) _bus->close();
-    if (_serverProcess) _serverProcess->waitForEnd(kEndSeconds);
+    endServerProcess();
     if (_busDaemon) {
         _busDaemon->terminate();
-        _busDaemon->waitForEnd(kEndSeconds);
+        if (!_busDaemon->waitForEnd(kEndSeconds)) _busDaemon->kill();
     }
-    // The log is for the case that something went wrong; then the caller has been told its path.
-    if (!_serverLogPath.empty() && serverEnd().empty()) ::unlink(_serverLogPath.c_str());
+    if (!_serverLogPath.empty() && !_keepsServerLog) ::unlink(_serverLogPath.c_str());
+}
+
+void ServerConnection::endServerProcess() {
+    if (!_serverProcess) return;
+    _serverProcess->terminate();
+    if (!_serverProcess->waitForEnd(kEndSeconds)) {
+        _serverProcess->kill();
+        _serverProcess->waitForEnd(kKilledSeconds);
+    }
+    _serverProcess = nullptr;
 }
 
 bool ServerConnection::join(const std::string& kind, bool* nameTaken, std::string* failure) {
     BusError error;
-    std::unique_ptr<Bus> bus = Bus::open(kind, &error);
+    std::unique_ptr<Bus> bus = Bus::open(kind, &error, kind == "session" ? kSessionBusSeconds : kBusSeconds);
     if (!bus) {
         *failure =
             "bus \"" + kind + "\": " + error.message + ". Give another one with --bus, or none for a private one.";
@@ -112,16 +127,40 @@ bool ServerConnection::startPrivateBus(std::string* address, std::string* failur
     return true;
 }
 
-bool ServerConnection::findServer() {
-    _server = _bus->nameOwner(bus::kServerName);
+bool ServerConnection::callAndWait(std::string_view destination, std::string_view path, std::string_view interface,
+                                   std::string_view member, const std::vector<BusValue>& arguments,
+                                   const Interrupted& interrupted, BusReply* reply) {
+    const auto answer = std::make_shared<std::optional<BusReply>>();
+    _bus->callAsync(destination, path, interface, member, arguments, _options.answerSeconds,
+                    [answer](BusReply arrived) { *answer = std::move(arrived); });
+    while (!RunLoop::main().runUntil([&] { return answer->has_value(); }, kPollSeconds))
+        if (interrupted()) return false;
+    *reply = std::move(**answer);
+    return true;
+}
+
+// The answer comes in its order among the changes of the name, so none of them is taken for a later one.
+bool ServerConnection::findServer(const Interrupted& interrupted) {
+    BusReply reply;
+    if (!callAndWait("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetNameOwner",
+                     {BusValue::string(bus::kServerName)}, interrupted, &reply))
+        return false;
+    _server = reply.values.empty() ? std::string() : reply.values[0].asString().value_or("");
     return !_server.empty();
 }
 
-bool ServerConnection::ensureServer(std::string* failure) {
-    return findServer() || startServer(failure);
+bool ServerConnection::ensureServer(const Interrupted& interrupted, std::string* failure) {
+    failure->clear();
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        if (!findServer(interrupted) && (interrupted() || !startServer(interrupted, failure))) return false;
+        if (checkServer(interrupted, failure)) return true;
+        if (!_server.empty()) return false;  // else it was about to end
+    }
+    return false;
 }
 
-bool ServerConnection::startServer(std::string* failure) {
+bool ServerConnection::startServer(const Interrupted& interrupted, std::string* failure) {
+    endServerProcess();
     ChildProcess::Options options;
     std::string program = _options.serverProgram;
     if (program.empty())
@@ -145,20 +184,40 @@ bool ServerConnection::startServer(std::string* failure) {
     const auto isDecided = [this] { return !_server.empty() || _bus->isClosed(); };
     while (!RunLoop::main().runUntil(isDecided, kPollSeconds) && !_serverProcess->hasEnded() &&
            Clock::system().monotonicSeconds() < deadline) {
+        if (interrupted()) return false;
     }
     if (!_server.empty()) return true;
     *failure = program + ": the server " + (_serverProcess->hasEnded() ? "ended at once" : "did not answer in time");
-    if (!_serverLogPath.empty()) *failure += ". Its log is " + printable(_serverLogPath);
+    if (const std::string log = serverLogPath(); !log.empty()) *failure += ". Its log is " + log;
     *failure += ". Use --embedded to measure without it.";
     return false;
 }
 
-bool ServerConnection::waitForServerEnd(double seconds) {
-    const bool gone = RunLoop::main().runUntil([this] { return _bus->isClosed() || _server.empty(); }, seconds);
-    if (_serverProcess && gone) _serverProcess->waitForEnd(seconds);
-    _serverProcess = nullptr;
-    _server.clear();
-    return gone;
+bool ServerConnection::checkServer(const Interrupted& interrupted, std::string* failure) {
+    const std::string server = _server;
+    BusReply reply;
+    if (!callAndWait(server, bus::kServerPath, bus::kServerInterface, "versionInfo", {}, interrupted, &reply))
+        return false;
+    if (reply.ok()) return true;
+    *failure = "the server does not answer: " + reply.error.message;
+    BusReply process;
+    if (!callAndWait("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                     "GetConnectionUnixProcessID", {BusValue::string(server)}, interrupted, &process))
+        return false;
+    const auto pid = process.values.empty() ? std::nullopt : process.values[0].asInteger();
+    if (pid) *failure += ". It is process " + std::to_string(*pid) + "; end it if it hangs";
+    *failure += ". Use --embedded to measure without it.";
+    return false;
+}
+
+bool ServerConnection::waitForServerEnd(double seconds, const Interrupted& interrupted) {
+    const double deadline = Clock::system().monotonicSeconds() + seconds;
+    const auto isGone = [this] { return _bus->isClosed() || _server.empty(); };
+    while (!RunLoop::main().runUntil(isGone, kPollSeconds) && Clock::system().monotonicSeconds() < deadline &&
+           !interrupted()) {
+    }
+    endServerProcess();
+    return isGone();
 }
 
 int ServerConnection::serverPid() const {
@@ -167,17 +226,20 @@ int ServerConnection::serverPid() const {
 
 std::string ServerConnection::serverEnd() {
     std::string how;
-    if (!_serverProcess || !_serverProcess->hasEnded(&how) || how == "exit status 0") return {};
-    return "ended with " + how;
+    // Its name goes a moment before the process.
+    if (!_serverProcess || !_serverProcess->waitForEnd(kKilledSeconds) || !_serverProcess->hasEnded(&how)) return {};
+    if (how == "exit status 0") return "somebody stopped it";
+    return "it ended with " + how;
 }
 
-BusReply ServerConnection::call(std::string_view member, const std::vector<BusValue>& arguments, double seconds) {
-    return _bus->call(_server, bus::kServerPath, bus::kServerInterface, member, arguments, seconds);
+std::string ServerConnection::serverLogPath() {
+    _keepsServerLog = true;
+    return printable(_serverLogPath);
 }
 
-void ServerConnection::callAsync(std::string_view member, const std::vector<BusValue>& arguments,
+void ServerConnection::callAsync(std::string_view member, const std::vector<BusValue>& arguments, double seconds,
                                  Bus::ReplyHandler handler) {
-    _bus->callAsync(_server, bus::kServerPath, bus::kServerInterface, member, arguments, -1, std::move(handler));
+    _bus->callAsync(_server, bus::kServerPath, bus::kServerInterface, member, arguments, seconds, std::move(handler));
 }
 
 }  // namespace kavaro

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,7 +20,9 @@ class ServerConnection {
         std::string serverProgram;                 // absolute path; empty: "kavarod" beside this program
         std::vector<std::string> serverArguments;  // "-key", "value", ...
         bool serverLogToStandardError = false;     // otherwise to a file in the state folder
+        double answerSeconds = 10;                 // that a server has to say that it is there
     };
+    using Interrupted = std::function<bool()>;
     // Null with a text for people when there is no way to a bus.
     static std::unique_ptr<ServerConnection> open(const Options& options, std::string* failure);
     ~ServerConnection();
@@ -27,28 +30,34 @@ class ServerConnection {
     Bus& bus() { return *_bus; }
     bool isBusClosed() const { return _bus->isClosed(); }
 
-    // Finds the server or starts one, and waits until it has its name. False with a text for people.
-    bool ensureServer(std::string* failure);
-    // Finds a server that runs already. False when there is none.
-    bool findServer();
-    // Waits until the last server has given its name back, at most `seconds`.
-    bool waitForServerEnd(double seconds);
-    bool isServerGone() const { return _server.empty(); }
+    // Finds the server or starts one, and waits until it answers. False with a text for people, which is empty when
+    // the wait was interrupted.
+    bool ensureServer(const Interrupted& interrupted, std::string* failure);
+    // Waits until the server has given its name back and its process is gone. One that this client started does not
+    // outlive the wait.
+    bool waitForServerEnd(double seconds, const Interrupted& interrupted);
     const std::string& server() const { return _server; }  // unique name, empty when there is none
-    int serverPid() const;                                 // 0 when this client did not start it
+    bool startedServer() const { return _serverProcess != nullptr; }
+    int serverPid() const;  // 0 when this client did not start it
     // How the server that this client started ended, for people; empty while it runs or when it is not known.
     std::string serverEnd();
-    const std::string& serverLogPath() const { return _serverLogPath; }
+    // Where its log can be read, for people; empty when there is none. Only a log that was asked for is kept.
+    std::string serverLogPath();
 
-    BusReply call(std::string_view member, const std::vector<BusValue>& arguments, double seconds);
-    void callAsync(std::string_view member, const std::vector<BusValue>& arguments, Bus::ReplyHandler handler);
+    void callAsync(std::string_view member, const std::vector<BusValue>& arguments, double seconds,
+                   Bus::ReplyHandler handler);
 
   private:
     explicit ServerConnection(const Options& options) : _options(options) {}
     bool join(const std::string& kind, bool* nameTaken, std::string* failure);
     bool startPrivateBus(std::string* address, std::string* failure);
-    bool startServer(std::string* failure);
-    bool publishClient(std::string* failure);
+    bool findServer(const Interrupted& interrupted);
+    bool startServer(const Interrupted& interrupted, std::string* failure);
+    bool checkServer(const Interrupted& interrupted, std::string* failure);
+    bool callAndWait(std::string_view destination, std::string_view path, std::string_view interface,
+                     std::string_view member, const std::vector<BusValue>& arguments, const Interrupted& interrupted,
+                     BusReply* reply);
+    void endServerProcess();
 
     const Options _options;
     std::unique_ptr<ChildProcess> _busDaemon;  // before _bus: ends after it
@@ -57,6 +66,7 @@ class ServerConnection {
     std::string _busAddress;  // what the server is told
     std::string _server;
     std::string _serverLogPath;
+    bool _keepsServerLog = false;
 };
 
 }  // namespace kavaro
