@@ -6,6 +6,7 @@ import contextlib
 import ctypes
 import json
 import os
+import shutil
 import signal
 import subprocess
 import sys
@@ -17,6 +18,7 @@ APP = os.environ.get('KAVARO_APP_DIR', '')
 KAVARO = os.path.join(APP, 'Contents', 'Linux', 'kavaro')
 KAVAROD = os.path.join(APP, 'Contents', 'Linux', 'kavarod')
 SERVER_NAME = 'org.kavaro.Kavaro.server'
+CLIENT_NAME = 'org.kavaro.Kavaro.client'
 SERVER_PATH = '/org/kavaro/Kavaro/server'
 SERVER_INTERFACE = 'org.kavaro.Kavaro.NodeFactoryServer'
 NOTIFICATION_INTERFACE = 'org.kavaro.Kavaro.NodeFactory'
@@ -58,6 +60,21 @@ def name_of(pid):
             return f.read().strip()
     except OSError:
         return ''
+
+
+def copy_programs(folder, resolve_slowly=False):
+    """The installed tree copied to a folder that anyone may read. Gives the path of its client.
+
+    With the engine's log at debug level each folder takes it 10 ms and batches come every 0.5 s, so that a small tree
+    makes a long job.
+    """
+    app = os.path.join(folder, 'Kavaro.app')
+    shutil.copytree(APP, app)
+    if resolve_slowly:
+        with open(os.path.join(app, 'Resources', 'TuvLog.plist'), 'w') as f:
+            f.write('<plist version="1.0"><dict><key>components</key><dict>'
+                    '<key>TuvNodeFactory</key><string>debug</string></dict></dict></plist>')
+    return os.path.join(app, 'Contents', 'Linux', 'kavaro')
 
 
 def child_named(pid, name):
@@ -108,8 +125,8 @@ class Case(unittest.TestCase):
 
     def private_bus(self):
         """Starts a message bus; the environment of all later programs leads to it."""
-        bus = self.start(['dbus-daemon', '--session', '--nofork', '--nopidfile', '--print-address'],
-                         stdout=subprocess.PIPE, text=True)
+        bus = self.start(['dbus-daemon', '--session', '--nofork', '--nopidfile', '--print-address',
+                          '--address=unix:dir=' + self.folder], stdout=subprocess.PIPE, text=True)
         self.environment['DBUS_SESSION_BUS_ADDRESS'] = bus.stdout.readline().strip()
         return bus
 
@@ -140,6 +157,19 @@ class Case(unittest.TestCase):
         return self.gdbus('call', '--session', '-d', SERVER_NAME, '-o', SERVER_PATH, '-m',
                           f'{SERVER_INTERFACE}.{member}', *arguments, check=check)
 
+    def long_job(self, *arguments, **options):
+        """Starts `kavaro size --json` on a tree that its server needs 15 s for, and waits until a part has come in."""
+        if not os.path.isdir(os.path.join(self.folder, 'slow')):
+            self.slow_kavaro = copy_programs(self.make('slow'), resolve_slowly=True)
+            memory = '/dev/shm' if os.access('/dev/shm', os.W_OK) else self.folder  # some disks need long for it
+            slow_tree = tempfile.TemporaryDirectory(prefix='kavaro-e2e slow tree ', dir=memory)
+            self.addCleanup(slow_tree.cleanup)
+            self.slow_tree = slow_tree.name
+            for number in range(LongJob.files):
+                os.mkdir(os.path.join(self.slow_tree, f'folder{number:04}'))
+                open(os.path.join(self.slow_tree, f'folder{number:04}', 'file'), 'w').close()
+        return LongJob(self, [self.slow_kavaro, 'size', '--json', '--verbose', *arguments, self.slow_tree], **options)
+
     def kavaro(self, *arguments, code=0, environment=None, text=True, **options):
         result = subprocess.run([KAVARO, *arguments], env=environment or self.environment, capture_output=True,
                                 text=text, timeout=PATIENCE * 3, **options)
@@ -148,6 +178,30 @@ class Case(unittest.TestCase):
 
     def measured(self, *arguments, **options):
         return json.loads(self.kavaro('size', '--json', *arguments, **options).stdout)
+
+
+class LongJob:
+    """A client in the middle of its job. The log of its server is on its standard error."""
+    files = 1500
+
+    def __init__(self, case, command, **options):
+        self.tree = case.slow_tree
+        self._errors = os.path.join(case.folder, f'errors {time.monotonic_ns()}')
+        with open(self._errors, 'wb') as errors:
+            self.client = case.start(command, stdout=subprocess.PIPE, stderr=errors, text=True, **options)
+        # What the log says of the first batch is said before it leaves; the second one follows it.
+        wait_until(lambda: self.log().count('_resolvedFileNotificationAppkit') > 1 or self.client.poll() is not None,
+                   'a part of the tree comes in')
+
+    def log(self):
+        with open(self._errors, errors='replace') as f:
+            return f.read()
+
+    def end(self):
+        """Waits for the client. Gives what it wrote, and what it said of errors."""
+        out, _ = self.client.communicate(timeout=PATIENCE)
+        said = [line for line in self.log().splitlines() if line.startswith('kavaro: ')]
+        return out, '\n'.join(said)
 
 
 def main():

@@ -8,19 +8,9 @@ import harness
 
 
 class Lifecycle(harness.Case):
-    def big_tree(self):
-        """What happens to a job happens in the engine's second of set-up or soon after: the tree need not be large."""
-        root = self.make('big')
-        for number in range(50):
-            folder = os.path.join(root, f'folder{number:03}')
-            os.mkdir(folder)
-            for item in range(20):
-                open(os.path.join(folder, f'file{item}'), 'w').close()
-        return root
-
-    def size(self, *arguments, **options):
-        return self.start([harness.KAVARO, 'size', *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                          text=True, **options)
+    def size(self, *arguments, program=harness.KAVARO, **options):
+        return self.start([program, 'size', *arguments], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                          **options)
 
     def server_of(self, client):
         harness.wait_until(lambda: harness.child_named(client.pid, 'kavarod') or client.poll() is not None,
@@ -64,20 +54,38 @@ class Lifecycle(harness.Case):
         self.assertEqual([json.loads(out)['folders'] for out, _ in outputs], [2, 5])
 
     def test_interrupt_shows_what_there_is(self):
-        client = self.size('--json', self.big_tree())
-        self.server_of(client)
+        job = self.long_job()
+        job.client.send_signal(signal.SIGINT)
+        out, err = job.end()
+        self.assertEqual(job.client.returncode, 130, err)
+        result = json.loads(out)
+        self.assertTrue(result['partial'])
+        self.assertTrue(0 < result['files'] < job.files, result['files'])
+        self.assertIn('stopSizing', job.log())
+
+    def test_interrupt_before_there_is_a_job(self):
+        for wait in (lambda client: harness.children(client.pid), self.server_of):
+            client = self.size(self.folder)
+            harness.wait_until(lambda: wait(client) or client.poll() is not None, 'the client begins')
+            client.send_signal(signal.SIGINT)
+            client.communicate(timeout=harness.PATIENCE)
+            self.assertEqual(client.returncode, 130)
+
+    def test_second_interrupt_leaves_at_once(self):
+        server = self.private_bus() and self.start_server()
+        server.send_signal(signal.SIGSTOP)  # so that nothing the client waits for comes
+        client = self.size(self.folder)
+        harness.wait_until(lambda: self.has_owner(harness.CLIENT_NAME), 'the client is on the bus')
         client.send_signal(signal.SIGINT)
-        out, _ = client.communicate(timeout=harness.PATIENCE)
+        client.send_signal(signal.SIGTERM)
+        client.communicate(timeout=harness.PATIENCE)
         self.assertEqual(client.returncode, 130)
-        if out.strip():
-            self.assertTrue(json.loads(out)['partial'])
 
     def test_nothing_outlives_a_killed_client(self):
         for bus in (False, True):
             if bus:
                 self.private_bus()
-            tree = self.big_tree() if not bus else os.path.join(self.folder, 'big')
-            client = self.size(tree)
+            client = self.size(self.folder)
             self.server_of(client)
             started = harness.children(client.pid)
             self.assertTrue(started)
@@ -86,25 +94,41 @@ class Lifecycle(harness.Case):
             harness.wait_until(lambda: not any(harness.is_alive(pid) for pid in started), 'its children end')
 
     def test_server_killed_in_the_middle(self):
-        client = self.size('--json', self.big_tree())
-        server = self.server_of(client)
-        # After the engine's pause the job runs; whenever the server goes, the client says so.
-        os.kill(server, signal.SIGKILL)
-        out, err = client.communicate(timeout=harness.PATIENCE)
-        self.assertEqual(client.returncode, 1)
-        self.assertIn('server', err)
-        self.assertIn('big', err)
+        job = self.long_job()
+        os.kill(self.server_of(job.client), signal.SIGKILL)
+        out, err = job.end()
+        self.assertEqual(job.client.returncode, 1)
+        self.assertIn(f'{job.tree}: the server went away in the middle of the job (it ended with signal 9).', err)
+        result = json.loads(out)
+        self.assertTrue(result['partial'])
+        self.assertTrue(0 < result['files'] < job.files, result['files'])
+
+    def test_server_stopped_in_the_middle(self):
+        self.private_bus()
+        job = self.long_job()
+        self.kavaro('stop')
+        out, err = job.end()
+        self.assertEqual(job.client.returncode, 1)
+        self.assertIn(f'{job.tree}: the server went away in the middle of the job (somebody stopped it).', err)
+        self.assertTrue(json.loads(out)['files'])
 
     def test_bus_that_goes_away(self):
         bus = self.private_bus()
-        server = self.start_server()
-        client = self.size(self.big_tree())
-        harness.wait_until(lambda: 'startWorkingAtPath' in self.server_log() or client.poll() is not None, 'a start')
+        job = self.long_job()
+        server = self.server_of(job.client)
         bus.terminate()
         bus.wait()
-        _, err = client.communicate(timeout=harness.PATIENCE)
-        self.assertEqual(client.returncode, 1)
-        self.assertIn('bus', err)
+        out, err = job.end()
+        self.assertEqual(job.client.returncode, 1)
+        self.assertIn(f'{job.tree}: the message bus went away.', err)
+        self.assertTrue(json.loads(out)['files'])
+        harness.wait_until(lambda: not harness.is_alive(server), 'the server ends')
+        self.assertIn('Server has been terminated properly', job.log())
+
+    def test_bus_that_goes_away_from_a_server_alone(self):
+        bus = self.private_bus()
+        server = self.start_server()
+        bus.kill()
         self.assertEqual(server.wait(timeout=harness.PATIENCE), 0)
         self.assertIn('Server has been terminated properly', self.server_log())
 
