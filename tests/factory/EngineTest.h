@@ -7,6 +7,8 @@
 
 #include "FakeCatalog.h"
 #include "LogCapture.h"
+#include "ScopedEnvironment.h"
+#include "TempFolder.h"
 #include "factory/FakeClock.h"
 #include "factory/GatedCatalog.h"
 #include "factory/PostedNotifications.h"
@@ -69,6 +71,11 @@ class EngineTest : public testing::Test {
     TuvNodeFactory::Durations durations{.setUpPause = 0};
     std::shared_ptr<FakeCatalog> fake = std::make_shared<FakeCatalog>();
     std::shared_ptr<GatedCatalog> catalog;
+    TempFolder home;  // the user's, with his settings
+
+  private:
+    ScopedEnvironment _environment{"HOME", home.path()};
+    ScopedEnvironment _settings{"XDG_CONFIG_HOME", home.path()};
 };
 
 }  // namespace kavaro

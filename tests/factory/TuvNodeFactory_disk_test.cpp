@@ -6,7 +6,6 @@
 
 #include <cstdlib>
 
-#include "ScopedEnvironment.h"
 #include "TempFolder.h"
 #include "factory/EngineTest.h"
 #include "platform/Environment.h"
@@ -50,8 +49,6 @@ class TuvNodeFactoryDisk : public EngineTest {
   protected:
     void SetUp() override {
         EngineTest::SetUp();
-        environment.set("HOME", home.path());
-        environment.set("XDG_CONFIG_HOME", home.path());
         ScanSession::setCatalogFactory({});
     }
     // As a client adds up what it was sent.
@@ -71,9 +68,6 @@ class TuvNodeFactoryDisk : public EngineTest {
         EXPECT_EQ(resolved->count(), totals.folders) << "each folder is sent once";
         return totals;
     }
-
-    TempFolder home;
-    ScopedEnvironment environment;
 };
 
 TEST_F(TuvNodeFactoryDisk, aMadeTree) {

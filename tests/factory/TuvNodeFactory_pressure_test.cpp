@@ -44,7 +44,7 @@ class TuvNodeFactoryPressure : public EngineTest {
 
     void SetUp() override {
         EngineTest::SetUp();
-        posted.onWait = [this] { blocker.wait(); };
+        posted.onWait = [&outlives = blocker] { outlives.wait(); };
     }
     void TearDown() override {
         blocker.open();

@@ -1,8 +1,6 @@
 // Folders whose contents the totals miss, as the client hears of them.
 #include <gmock/gmock.h>
 
-#include "ScopedEnvironment.h"
-#include "TempFolder.h"
 #include "factory/EngineTest.h"
 
 namespace kavaro {
@@ -13,11 +11,6 @@ using testing::IsEmpty;
 
 class TuvNodeFactoryUnread : public EngineTest {
   protected:
-    void SetUp() override {
-        EngineTest::SetUp();
-        environment.set("HOME", home.path());
-        environment.set("XDG_CONFIG_HOME", home.path());
-    }
     // Position of the first notification that names the folder, and of the one that carries it as resolved.
     std::size_t positionOfUnread(const std::string& path) {
         for (std::size_t i = 0; i < posted.all().size(); ++i)
@@ -34,9 +27,6 @@ class TuvNodeFactoryUnread : public EngineTest {
         }
         return std::string::npos;
     }
-
-    TempFolder home;
-    ScopedEnvironment environment;
 };
 
 TEST_F(TuvNodeFactoryUnread, everyReason) {

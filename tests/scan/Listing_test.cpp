@@ -189,6 +189,25 @@ TEST_F(ListingTest, ALongPathThatIsThereIsListed) {
     EXPECT_EQ(node->fileCount(), 1);
 }
 
+// A path beyond 4096 bytes is there until the first subfolder has been listed; a shorter one stays.
+TEST_F(ListingTest, LongPathsAreNotKept) {
+    const std::string longName(5000, 'n');
+    disk->addFolder("/r", 1);
+    disk->addFolder("/r/" + longName, 2);
+    disk->addFolder("/r/" + longName + "/sub", 3);
+    const auto root = folderNode("/r");
+    root->loadNodes();
+    TuvDirNode* deep = root->folders()->folderAtIndex(0);
+    deep->loadNodes();
+    EXPECT_TRUE(deep->hasCachedFilePath());
+    TuvDirNode* sub = deep->folders()->folderAtIndex(0);
+    sub->loadNodes();
+    EXPECT_FALSE(deep->hasCachedFilePath());
+    EXPECT_FALSE(sub->hasCachedFilePath());
+    EXPECT_TRUE(root->hasCachedFilePath());
+    EXPECT_EQ(sub->filePath(), "/r/" + longName + "/sub");
+}
+
 TEST_F(ListingTest, ExcludedFoldersStayEmpty) {
     disk->addExcludedFolder("/root/proc", 12, kReasonPseudoFileSystem);
     ModelLogs logs;

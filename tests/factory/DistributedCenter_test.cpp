@@ -1,0 +1,129 @@
+// Notifications as signals of a bus of the test's own.
+#include "factory/DistributedCenter.h"
+
+#include <gmock/gmock.h>
+
+#include "PrivateBus.h"
+#include "platform/RunLoop.h"
+#include "support/ProtocolNames.h"
+
+namespace kavaro {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr double kPatience = 60;  // seconds
+
+struct Heard {
+    std::string member;
+    std::string object;
+    BusValue userInfo;
+};
+
+class BusDistributedCenterTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        ASSERT_TRUE(server && client && other);
+        listen(*client, heard);
+        listen(*other, heardByOther);
+    }
+    std::unique_ptr<Bus> connect() {
+        BusError failure;
+        auto connection = Bus::open(daemon.address(), &failure);
+        EXPECT_TRUE(connection) << failure.message;
+        return connection;
+    }
+    static void listen(Bus& connection, std::vector<Heard>& into) {
+        connection.subscribe("", bus::kNotificationPath, bus::kNotificationInterface, [&into](const BusSignal& signal) {
+            into.push_back({std::string(signal.member), signal.arguments.at(0).asString().value_or("no text"),
+                            signal.arguments.at(1)});
+        });
+        connection.flush();
+    }
+    bool post(std::string_view name, const NotificationUserInfo& userInfo = {}) {
+        return center.post(name, kNotificationObject, userInfo, &error);
+    }
+    static bool runUntil(const std::function<bool()>& done) { return RunLoop::main().runUntil(done, kPatience); }
+    static std::vector<std::string> membersOf(const std::vector<Heard>& all) {
+        std::vector<std::string> members;
+        for (const Heard& one : all) members.push_back(one.member);
+        return members;
+    }
+
+    PrivateBus daemon;
+    std::shared_ptr<Bus> server = connect();
+    std::unique_ptr<Bus> client = connect();
+    std::unique_ptr<Bus> other = connect();
+    BusDistributedCenter center{server};
+    std::vector<Heard> heard, heardByOther;
+    std::string error;
+};
+
+TEST_F(BusDistributedCenterTest, broadcastsInOrder) {
+    constexpr std::string_view kBytes("a\0b", 3);
+    NotificationUserInfo userInfo;
+    userInfo.serialized = std::make_shared<const ByteBuffer>(ByteBuffer::copyOf(bytesOf(kBytes)));
+    userInfo.parentInodes = {{1, 4294967295u}};
+    ASSERT_TRUE(post(TuvNodeFactoryStartedNotification, userInfo));
+    ASSERT_TRUE(post(TuvNodeFactoryStoppedNotification));
+    center.waitUntilWritten();
+    ASSERT_TRUE(runUntil([this] { return heard.size() == 2 && heardByOther.size() == 2; }));
+    EXPECT_THAT(membersOf(heard),
+                ElementsAre("TuvNodeFactoryStartedNotification", "TuvNodeFactoryStoppedNotification"));
+    EXPECT_EQ(heard[0].object, "TuvNodeFactory");
+    EXPECT_EQ(textOf(heard[0].userInfo.get("serialized").asData()->view()), kBytes);
+    EXPECT_THAT(*heard[0].userInfo.get("parentInodes").asUint32s(), ElementsAre(1, 4294967295u));
+    EXPECT_EQ(heard[0].userInfo.asDictionary()->size(), 2u);
+    // No user info is an empty dictionary.
+    EXPECT_EQ(heard[1].userInfo.type(), "a{sv}");
+    EXPECT_THAT(*heard[1].userInfo.asDictionary(), IsEmpty());
+}
+
+TEST_F(BusDistributedCenterTest, carriesUnreadFoldersWithAnyBytes) {
+    NotificationUserInfo userInfo;
+    userInfo.folders = {{"/r/\xff", "/r/b"}};
+    userInfo.reasons = {"permission", "vanished"};
+    ASSERT_TRUE(post(KavaroUnreadFoldersNotification, userInfo));
+    ASSERT_TRUE(runUntil([this] { return heard.size() == 1; }));
+    EXPECT_THAT(*heard[0].userInfo.get("folders").asPaths(), ElementsAre("/r/\xff", "/r/b"));
+    EXPECT_THAT(*heard[0].userInfo.get("reasons").asStrings(), ElementsAre("permission", "vanished"));
+}
+
+TEST_F(BusDistributedCenterTest, carriesMoreThanAMessageHolds) {
+    constexpr std::size_t kLength = 70u << 20;
+    ByteBuffer bytes(kLength);
+    std::memset(bytes.extend(kLength), 'x', kLength);
+    NotificationUserInfo userInfo;
+    userInfo.serialized = std::make_shared<const ByteBuffer>(std::move(bytes));
+    ASSERT_TRUE(post(TuvNodeFactoryResolvedNotification, userInfo)) << error;
+    ASSERT_TRUE(runUntil([this] { return heard.size() == 1; }));
+    const auto data = heard[0].userInfo.get("serialized").asData();
+    ASSERT_TRUE(data);
+    EXPECT_EQ(data->view().size(), kLength);
+    EXPECT_EQ(data->view()[kLength - 1], 'x');
+}
+
+TEST_F(BusDistributedCenterTest, addressesReceiversAlone) {
+    center.addressOnly();
+    ASSERT_TRUE(post(TuvNodeFactoryStartedNotification)) << "to nobody";
+    center.addReceiver(client->uniqueName());
+    center.addReceiver(client->uniqueName());
+    ASSERT_TRUE(post(TuvNodeFactoryResolvedNotification));
+    center.addReceiver(other->uniqueName());
+    ASSERT_TRUE(post(TuvNodeFactoryCompletedNotification));
+    ASSERT_TRUE(runUntil([this] { return !heardByOther.empty() && heard.size() >= 2; }));
+    EXPECT_THAT(membersOf(heardByOther), ElementsAre("TuvNodeFactoryCompletedNotification"));
+    EXPECT_THAT(membersOf(heard),
+                ElementsAre("TuvNodeFactoryResolvedNotification", "TuvNodeFactoryCompletedNotification"));
+}
+
+TEST_F(BusDistributedCenterTest, saysWhyNothingCanBePosted) {
+    server->close();
+    EXPECT_FALSE(post(TuvNodeFactoryStartedNotification));
+    EXPECT_FALSE(error.empty());
+    center.waitUntilWritten();  // returns
+}
+
+}  // namespace
+}  // namespace kavaro
