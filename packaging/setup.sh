@@ -184,6 +184,12 @@ show_progress() {
     [[ -z $open ]] || printf '\r\033[K' >&2
 }
 
+# What root built in somebody else's checkout is the owner's, so that the owner can go on building.
+give_back() {
+    [[ $(id -u) == 0 && $(stat -c %u "$root") != 0 ]] || return 0
+    find "$root/build" -user 0 -exec chown -h --reference="$root" {} +
+}
+
 # build PRESET TARGET...: one at a time in a checkout, whoever asks; the lock is gone with the build.
 build() {
     local preset=$1 status=0
@@ -197,5 +203,6 @@ build() {
         configure "$preset"
         cmake --build "$root/build/$preset" --parallel "$(job_count)" --target "$@" </dev/null 2>&1 | show_progress
     ) 9>"$root/build/.lock" || status=$?
+    give_back
     ((status == 0)) || die "the build failed, see above"
 }
