@@ -17,6 +17,7 @@ void NotificationReader::read(std::string_view name, const std::vector<BusValue>
     }
     const BusValue serialized = userInfo.get(kSerializedKey);
     const auto data = serialized.asData();
+    if (hasStarted() && !serialized.isNull() && !data) return failUnreadable(name);
     read(name, data ? data->view() : ByteView());
 }
 
@@ -28,7 +29,7 @@ void NotificationReader::read(std::string_view name, ByteView data) {
     } else if (!hasStarted()) {
         return;
     } else if (name == TuvNodeFactoryResolvedNotification) {
-        understood = _assembler.resolved(data);
+        understood = !data.empty() && _assembler.resolved(data);
     } else if (name == TuvNodeFactoryCompletedNotification) {
         understood = readCompleted(data);
     } else if (name == TuvNodeFactoryStoppedNotification) {
