@@ -157,18 +157,20 @@ class Case(unittest.TestCase):
         return self.gdbus('call', '--session', '-d', SERVER_NAME, '-o', SERVER_PATH, '-m',
                           f'{SERVER_INTERFACE}.{member}', *arguments, check=check)
 
-    def long_job(self, *arguments, **options):
-        """Starts `kavaro size --json` on a tree that its server needs 15 s for, and waits until a part has come in."""
-        if not os.path.isdir(os.path.join(self.folder, 'slow')):
-            self.slow_kavaro = copy_programs(self.make('slow'), resolve_slowly=True)
-            memory = '/dev/shm' if os.access('/dev/shm', os.W_OK) else self.folder  # some disks need long for it
-            slow_tree = tempfile.TemporaryDirectory(prefix='kavaro-e2e slow tree ', dir=memory)
-            self.addCleanup(slow_tree.cleanup)
-            self.slow_tree = slow_tree.name
-            for number in range(LongJob.files):
-                os.mkdir(os.path.join(self.slow_tree, f'folder{number:04}'))
-                open(os.path.join(self.slow_tree, f'folder{number:04}', 'file'), 'w').close()
-        return LongJob(self, [self.slow_kavaro, 'size', '--json', '--verbose', *arguments, self.slow_tree], **options)
+    def long_job(self, *arguments, files=1500, **options):
+        """Starts `kavaro size --json` on a tree of `files` folders with a file each, and then on `arguments`. Its
+        server needs 10 ms for a folder. Returns when a part has come in."""
+        slow_kavaro = os.path.join(self.folder, 'slow', 'Kavaro.app', 'Contents', 'Linux', 'kavaro')
+        if not os.path.exists(slow_kavaro):
+            copy_programs(self.make('slow'), resolve_slowly=True)
+        memory = '/dev/shm' if os.access('/dev/shm', os.W_OK) else self.folder  # some disks need long for it
+        tree = tempfile.TemporaryDirectory(prefix='kavaro-e2e slow tree ', dir=memory)
+        self.addCleanup(tree.cleanup)
+        for number in range(files):
+            os.mkdir(os.path.join(tree.name, f'folder{number:04}'))
+            open(os.path.join(tree.name, f'folder{number:04}', 'file'), 'w').close()
+        return LongJob(self, tree.name, files, [slow_kavaro, 'size', '--json', '--verbose', tree.name, *arguments],
+                       **options)
 
     def kavaro(self, *arguments, code=0, environment=None, text=True, **options):
         result = subprocess.run([KAVARO, *arguments], env=environment or self.environment, capture_output=True,
@@ -182,10 +184,10 @@ class Case(unittest.TestCase):
 
 class LongJob:
     """A client in the middle of its job. The log of its server is on its standard error."""
-    files = 1500
 
-    def __init__(self, case, command, **options):
-        self.tree = case.slow_tree
+    def __init__(self, case, tree, files, command, **options):
+        self.tree = tree
+        self.files = files
         self._errors = os.path.join(case.folder, f'errors {time.monotonic_ns()}')
         with open(self._errors, 'wb') as errors:
             self.client = case.start(command, stdout=subprocess.PIPE, stderr=errors, text=True, **options)
