@@ -57,7 +57,7 @@ TEST_F(TuvNodeFactoryJobs, isMadeOnceWithItsTwoThreads) {
     EXPECT_EQ(factory->lastJobMilliseconds(), 0);
 }
 
-TEST_F(TuvNodeFactoryJobs, productionDurationsAreTheEnginesOwn) {
+TEST(TuvNodeFactoryDurations, productionDurationsAreTheEnginesOwn) {
     const TuvNodeFactory::Durations production;
     EXPECT_EQ(production.setUpPause, 1.0);
     EXPECT_EQ(production.notificationInterval, 0.15);

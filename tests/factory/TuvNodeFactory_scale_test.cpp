@@ -76,7 +76,9 @@ TEST_F(TuvNodeFactoryScale, aTreeOf100000Levels) {
     EXPECT_EQ(posted.resolved()->count(), static_cast<int>(kLevels - 1));
     EXPECT_EQ(root()->logicalSize(), kLevels * 10);
     EXPECT_EQ(root()->physicalSize(), kLevels * 512);
+#ifndef __SANITIZE_ADDRESS__  // it keeps what was freed
     EXPECT_LT(peakMemoryOfProcess(0), 1024u * 1024 * 1024) << "paths of folders that wait are not kept";
+#endif
     EXPECT_LT(seconds, 100);
     engine()->stopSizing();
     EXPECT_EQ(TuvNode::instanceCount(), 0);
