@@ -83,7 +83,8 @@ class ServerTest : public testing::Test {
     ScopedEnvironment _home{"XDG_CONFIG_HOME", _folder.path()};
     LogCapture _log;
     PrivateBus _bus;
-    RecordingClock _clock;
+    // The engine's threads outlive the test, and so does what they look at.
+    static inline RecordingClock& _clock = *new RecordingClock;
     TuvNodeFactoryServer::Surroundings _surroundings;
     std::unique_ptr<Bus> _client;
 };
