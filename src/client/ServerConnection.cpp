@@ -21,6 +21,7 @@ namespace {
 constexpr double kStartSeconds = 15;
 constexpr double kEndSeconds = 5;
 constexpr double kKilledSeconds = 1;
+constexpr double kNamelessSeconds = 5;    // from the end of the name to the end of the process
 constexpr double kSessionBusSeconds = 3;  // a session bus that is slower than this is left alone
 constexpr double kBusSeconds = 10;
 constexpr int kAttempts = 2;
@@ -226,8 +227,7 @@ int ServerConnection::serverPid() const {
 
 std::string ServerConnection::serverEnd() {
     std::string how;
-    // Its name goes a moment before the process.
-    if (!_serverProcess || !_serverProcess->waitForEnd(kKilledSeconds) || !_serverProcess->hasEnded(&how)) return {};
+    if (!_serverProcess || !_serverProcess->waitForEnd(kNamelessSeconds) || !_serverProcess->hasEnded(&how)) return {};
     if (how == "exit status 0") return "somebody stopped it";
     return "it ended with " + how;
 }
