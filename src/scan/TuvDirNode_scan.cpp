@@ -83,7 +83,8 @@ bool Listing::run() {
     }
     int error = reference.openError;
     std::unique_ptr<CatalogIterator> iterator;
-    if (error == 0) iterator = _session->catalog().openIterator(std::move(reference), &error);  // keeps it, failing
+    // A catalog that fails leaves the reference here, so this is no plain move.
+    if (error == 0) iterator = _session->catalog().openIterator(static_cast<FileReference&&>(reference), &error);
     if (!iterator) {
         // Twice: by the node's path and by where the reference leads, which differ behind a link.
         const std::string path(_folder->filePath());
