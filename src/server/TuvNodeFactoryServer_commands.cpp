@@ -9,6 +9,9 @@ BusReply invalid(const std::string& reason) {
     return {{}, {"org.freedesktop.DBus.Error.InvalidArgs", reason}};
 }
 
+// They come back with every notification: more than a message holds would keep all of them from being sent.
+constexpr std::size_t kMostParentInodes = 1'000'000;
+
 const std::string kBadPath = "the path must be an absolute path without a NUL byte";
 
 // An absolute path, or nothing.
@@ -65,6 +68,7 @@ BusReply TuvNodeFactoryServer::startWorkingAtPathParentInodes(const BusCall& cal
     const auto path = pathAt(call, 0);
     const auto inodes = call.arguments.size() > 1 ? call.arguments[1].asUint32s() : std::nullopt;
     if (!path || !inodes) return invalid(kBadPath);
+    if (inodes->size() > kMostParentInodes) return invalid("too many parent inodes");
     TuvLog::info(serverLog, "startWorkingAtPath:parentInodes:", "%@ %@", *path, joined(*inodes));
     factory()->startWorkingAtPath(*path, *inodes);
     return {};

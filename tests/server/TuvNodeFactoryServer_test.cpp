@@ -275,6 +275,27 @@ TEST_F(ServerTest, RefusesWhatMakesNoSense) {
     EXPECT_TRUE(call("versionInfo").ok());
 }
 
+// Peers of the same user, but strange ones: the server stays, and goes on serving.
+TEST_F(ServerTest, OutlivesHugeArguments) {
+    ASSERT_NE(server(), nullptr);
+    constexpr std::size_t kHuge = 2u << 20;
+    std::string slashes = "/", dots = "/", deep = "/", name = "/";
+    slashes.resize(kHuge, '/');
+    while (dots.size() < kHuge) dots += "./";
+    while (deep.size() < kHuge) deep += "nothing/";
+    name.resize(kHuge, 'n');
+    for (const std::string& path : {slashes, dots, deep, name}) {
+        for (const char* member : {"startWorkingAtPath", "hasFileSytemChanged"})
+            EXPECT_TRUE(call(member, {BusValue::path(path)}).ok());
+        EXPECT_TRUE(call("prioritizeNodeWithInodePath", {BusValue::int32(-1), BusValue::path(path)}).ok());
+    }
+    const BusReply reply = call("startWorkingAtPathParentInodes",
+                                {BusValue::path("/"), BusValue::uint32s(std::vector<std::uint32_t>(16u << 20, 7))});
+    EXPECT_EQ(reply.error.name, "org.freedesktop.DBus.Error.InvalidArgs");
+    EXPECT_TRUE(call("shutdownServer", {BusValue::string(name)}).ok());
+    EXPECT_TRUE(call("versionInfo").ok());
+}
+
 TEST_F(ServerTest, GivesNodesOfOneShotRequests) {
     const std::string tree = _folder.makeFolder("tree");
     _folder.write("tree/file", "1234");
