@@ -13,6 +13,7 @@ namespace {
 constexpr const char* kRule = "------------------------------";
 constexpr int kStackSize = 4096;
 constexpr int kProgressStep = 50000;
+constexpr std::size_t kMissedBytesPerNotification = 1u << 20;  // paths may be long; a message has its limit
 
 }  // namespace
 
@@ -163,13 +164,15 @@ void TuvNodeFactory::post(std::string_view name, const std::any& localObject, co
 }
 
 void TuvNodeFactory::postMissedFolders(const std::vector<MissedFolder>& missed) {
-    for (std::size_t start = 0; start < missed.size(); start += kMissedFoldersPerNotification) {
-        const std::size_t end = std::min(missed.size(), start + kMissedFoldersPerNotification);
+    for (std::size_t next = 0; next < missed.size();) {
         NotificationUserInfo userInfo;
         userInfo.folders.emplace();
-        for (std::size_t i = start; i < end; ++i) {
-            userInfo.folders->push_back(missed[i].path);
-            userInfo.reasons.emplace_back(missed[i].reason);
+        std::size_t bytes = 0;
+        for (std::size_t i = 0; i < kMissedFoldersPerNotification && next < missed.size(); ++i, ++next) {
+            bytes += missed[next].path.size();
+            if (i > 0 && bytes > kMissedBytesPerNotification) break;
+            userInfo.folders->push_back(missed[next].path);
+            userInfo.reasons.emplace_back(missed[next].reason);
         }
         post(KavaroUnreadFoldersNotification, std::any(), userInfo);
     }

@@ -110,6 +110,20 @@ TEST_F(TuvNodeFactoryUnread, atMostAThousandATime) {
     EXPECT_EQ(posted.unread().back(), "/r/2499: pseudo file system");
 }
 
+// A message on the bus has its limit, and paths may be long.
+TEST_F(TuvNodeFactoryUnread, longPathsAreFewAtATime) {
+    fake->addFolder("/r", 2);
+    const std::string name(300'000, 'n');
+    for (unsigned i = 0; i < 8; ++i)
+        fake->addExcludedFolder("/r/" + std::to_string(i) + name, 10 + i, kReasonPseudoFileSystem);
+    ASSERT_TRUE(measure("/r"));
+    std::vector<std::size_t> sizes;
+    for (const auto& notification : posted.all())
+        if (notification.userInfo.folders) sizes.push_back(notification.userInfo.folders->size());
+    EXPECT_THAT(sizes, ElementsAre(3, 3, 2));
+    EXPECT_EQ(posted.unread().back(), "/r/7" + name + ": pseudo file system");
+}
+
 // A folder that became a file after it was listed: resolved as empty, and not tried for ever.
 TEST_F(TuvNodeFactoryUnread, aFolderThatTurnsIntoAFile) {
     fake->addFolder("/r", 2);
