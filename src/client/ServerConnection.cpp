@@ -121,7 +121,9 @@ bool ServerConnection::startPrivateBus(std::string* address, std::string* failur
     }
     const auto line = _busDaemon->readLine(kStartSeconds);
     if (!line || line->empty()) {
-        *failure = std::string(kBusDaemon) + ": no address within the time. Use --embedded.";
+        const bool ended = _busDaemon->waitForEnd(0) && _busDaemon->hasEnded(&reason);
+        *failure = std::string(kBusDaemon) + ": " + (ended ? "it ended with " + reason : "no address within the time") +
+                   ". Install dbus-daemon again, or use --embedded.";
         return false;
     }
     *address = *line;
