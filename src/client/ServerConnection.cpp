@@ -1,8 +1,5 @@
 #include "client/ServerConnection.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <optional>
 
 #include "platform/Clock.h"
@@ -37,18 +34,6 @@ BusReply answerClientCall(const BusCall& call) {
             {}};
 }
 
-// A file in the user's state folder, or nothing where that cannot be made.
-std::string makeServerLogPath() {
-    const std::string folder = stateFolder();
-    if (folder.empty()) return {};
-    for (std::size_t slash = folder.find('/', 1);; slash = folder.find('/', slash + 1)) {
-        ::mkdir(folder.substr(0, slash).c_str(), 0700);
-        if (slash == std::string::npos) break;
-    }
-    const std::string path = folder + "/kavarod." + std::to_string(getpid()) + ".log";
-    return ::access(folder.c_str(), W_OK) == 0 ? path : std::string();
-}
-
 }  // namespace
 
 std::unique_ptr<ServerConnection> ServerConnection::open(const Options& options, std::string* failure) {
@@ -71,7 +56,6 @@ ServerConnection::~ServerConnection() {
         _busDaemon->terminate();
         if (!_busDaemon->waitForEnd(kEndSeconds)) _busDaemon->kill();
     }
-    if (!_serverLogPath.empty() && !_keepsServerLog) ::unlink(_serverLogPath.c_str());
 }
 
 void ServerConnection::endServerProcess() {
@@ -170,12 +154,7 @@ bool ServerConnection::startServer(const Interrupted& interrupted, std::string* 
         program = stringByAppendingPathComponent(stringByDeletingLastPathComponent(executablePath()), "kavarod");
     options.arguments = {program, "-bus", _busAddress};
     options.arguments.insert(options.arguments.end(), _options.serverArguments.begin(), _options.serverArguments.end());
-    if (_options.serverLogToStandardError) {
-        options.standardErrorPath = "-";
-    } else {
-        if (_serverLogPath.empty()) _serverLogPath = makeServerLogPath();
-        options.standardErrorPath = _serverLogPath;
-    }
+    options.standardErrorPath = _options.serverLogToStandardError ? "-" : _serverLog.open();
     std::string reason;
     _serverProcess = ChildProcess::start(options, &reason);
     if (!_serverProcess) {
@@ -232,11 +211,6 @@ std::string ServerConnection::serverEnd() {
     if (!_serverProcess || !_serverProcess->waitForEnd(kNamelessSeconds) || !_serverProcess->hasEnded(&how)) return {};
     if (how == "exit status 0") return "somebody stopped it";
     return "it ended with " + how;
-}
-
-std::string ServerConnection::serverLogPath() {
-    _keepsServerLog = true;
-    return printable(_serverLogPath);
 }
 
 void ServerConnection::callAsync(std::string_view member, const std::vector<BusValue>& arguments, double seconds,

@@ -5,8 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "client/ServerLog.h"
 #include "platform/Bus.h"
 #include "platform/ChildProcess.h"
+#include "platform/Text.h"
 
 namespace kavaro {
 
@@ -42,7 +44,7 @@ class ServerConnection {
     // How the server that this client started ended, for people; empty while it runs or when it is not known.
     std::string serverEnd();
     // Where its log can be read, for people; empty when there is none. Only a log that was asked for is kept.
-    std::string serverLogPath();
+    std::string serverLogPath() { return printable(_serverLog.keep()); }
 
     void callAsync(std::string_view member, const std::vector<BusValue>& arguments, double seconds,
                    Bus::ReplyHandler handler);
@@ -65,8 +67,7 @@ class ServerConnection {
     std::unique_ptr<Bus> _bus;
     std::string _busAddress;  // what the server is told
     std::string _server;
-    std::string _serverLogPath;
-    bool _keepsServerLog = false;
+    ServerLog _serverLog;
 };
 
 }  // namespace kavaro

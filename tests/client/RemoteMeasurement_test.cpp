@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <optional>
 
 #include "PrivateBus.h"
@@ -79,6 +80,14 @@ class RemoteMeasurementTest : public testing::Test {
         const std::string path = _folder.write("idle", "#!/bin/sh\nexec sleep 600\n");
         EXPECT_EQ(chmod(path.c_str(), 0700), 0);
         return path;
+    }
+
+    std::vector<std::string> logs() const {
+        std::vector<std::string> names;
+        std::error_code none;
+        for (const auto& entry : std::filesystem::directory_iterator(_folder.path("kavaro"), none))
+            names.push_back(entry.path().filename());
+        return names;
     }
 
     static constexpr std::size_t kHalf = 15;
@@ -240,10 +249,19 @@ TEST_F(RemoteMeasurementTest, ServersThatCannotBeStarted) {
     EXPECT_NE(measurement.failure.find(kNoFurther + ": No such file or directory"), std::string::npos)
         << measurement.failure;
     _source.reset();
-    _options.serverProgram = "/bin/false";
-    measurement = measure();
-    EXPECT_NE(measurement.failure.find("/bin/false: the server ended at once. Its log is"), std::string::npos)
-        << measurement.failure;
+    EXPECT_EQ(logs(), std::vector<std::string>());
+    _options.serverProgram = _folder.write("broken", "#!/bin/sh\necho it is broken >&2\nexit 3\n");
+    ASSERT_EQ(chmod(_options.serverProgram.c_str(), 0700), 0);
+    for (int i = 0; i < 2; ++i) {
+        measurement = measure();
+        EXPECT_NE(measurement.failure.find("broken: the server ended at once. Its log is " + _folder.path("kavaro")),
+                  std::string::npos)
+            << measurement.failure;
+    }
+    _source.reset();
+    // Both are kept, because the user was told of them.
+    ASSERT_EQ(logs().size(), 2u);
+    for (const std::string& name : logs()) EXPECT_EQ(_folder.read("kavaro/" + name), "it is broken\n");
     EXPECT_FALSE(measurement.root);
 }
 
