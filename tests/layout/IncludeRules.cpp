@@ -16,6 +16,9 @@ const std::map<std::string, Rooms, std::less<>>& edges() {
         const Rooms upToScan = {"platform", "support", "model", "scan"};
         Rooms upToFactory = upToScan;
         upToFactory.insert({"fsevents", "cleanup", "filters", "format"});
+        // Languages are told apart by the names that format gives them, their folders found by a filter.
+        Rooms upToFormat = upToScan;
+        upToFormat.insert({"filters", "format"});
         Rooms upToServer = upToFactory;
         upToServer.insert("factory");
         return std::map<std::string, Rooms, std::less<>>{
@@ -24,7 +27,7 @@ const std::map<std::string, Rooms, std::less<>>& edges() {
             {"model", {"platform", "support"}},
             {"scan", {"platform", "support", "model"}},
             {"fsevents", upToScan},
-            {"cleanup", upToScan},
+            {"cleanup", upToFormat},
             {"filters", upToScan},
             {"format", upToScan},
             {"factory", upToFactory},
