@@ -99,7 +99,11 @@ class TuvNode : public TuvObject {
 
     // Takes over the other's sizes and name. Always true.
     bool mergeNode(const TuvNode& other);
+    // The flag is handed to the filter, which reads it as: the exact name. Logs what passes at trace level.
     bool filterUsing(const NodeFilterRule& filter, bool flag = false) const;
+    bool filterUsing(const NodeFilterRule* filter, signed char flag = 0) const {
+        return filterUsing(*filter, flag != 0);
+    }
 
     // Nodes alive in the process.
     static int instanceCount();

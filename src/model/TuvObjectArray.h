@@ -91,6 +91,7 @@ class TuvObjectArray : public TuvObject {
     std::vector<std::string> filePaths() const;
     std::vector<std::string> fileURLs() const;  // "file://" URLs, percent-encoded
     TuvRef<TuvObjectArray> filterUsing(const NodeFilterRule& filter, bool flag = false) const;
+    TuvRef<TuvObjectArray> filterUsing(const NodeFilterRule* filter, signed char flag = 0) const;
     // Arrays of arrays, in order. The first has `length` elements in each but the last; the second closes one with the
     // element that reaches either limit, adding up the low 32 bits of the sizes as a signed number.
     TuvRef<TuvObjectArray> toArraysInChunks(int length) const;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -19,6 +20,21 @@ int caseInsensitiveCompare(std::string_view a, std::string_view b);
 // Position of the first occurrence of `part` in `text` ignoring case, and the length in bytes of what matched there.
 // Only whole characters match. npos and 0 when there is none; an empty part is nowhere.
 std::size_t findCaseInsensitive(std::string_view text, std::string_view part, std::size_t* matchLength);
+
+// Looks for one text in many: folds it once, and ASCII names are fast. Never changes; safe from any thread.
+class CaseInsensitiveSearch {
+  public:
+    explicit CaseInsensitiveSearch(std::string_view part);
+    // As findCaseInsensitive().
+    std::size_t find(std::string_view text, std::size_t* matchLength) const;
+    bool isIn(std::string_view text) const { return find(text, nullptr) != std::string_view::npos; }
+
+  private:
+    std::size_t findByCharacter(std::string_view text, std::size_t* matchLength) const;
+
+    std::string _key;  // folded
+    bool _isASCII;
+};
 
 // For people: bytes that are not UTF-8 or that would steer a terminal appear as \xNN, a line end as \n.
 std::string printable(std::string_view text);
