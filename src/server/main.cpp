@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/Environment.h"
+#include "platform/Localization.h"
 #include "platform/UserDefaults.h"
 #include "server/RunMode.h"
 #include "server/TuvNodeFactoryServer.h"
@@ -56,6 +57,7 @@ void runServer() {
 
 int main(int count, char** arguments) {
     kavaro::UserDefaults::standard().setArguments({arguments + 1, arguments + count});
+    kavaro::useUserLanguage();
     kavaro::runServer();
     // The engine's threads live as long as the process: nothing of it may be taken down under them.
     std::fflush(nullptr);

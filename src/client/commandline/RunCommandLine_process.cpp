@@ -6,6 +6,7 @@
 
 #include "client/commandline/RunCommandLine.h"
 #include "platform/Environment.h"
+#include "platform/Localization.h"
 #include "platform/RunLoop.h"
 
 namespace kavaro {
@@ -48,6 +49,7 @@ void setLeaveAtOnce(bool on) {
 
 int runCommandLine(int argc, char** argv) {
     occupyStandardDescriptors();
+    useUserLanguage();
     RunLoop::main().catchTerminationSignals();
     RunLoop::leaveAtSignal(2, kExitInterrupted);  // also where nobody asks for the first one, as while connecting
     CommandContext context;
