@@ -39,9 +39,12 @@ BusReply answerClientCall(const BusCall& call) {
 std::unique_ptr<ServerConnection> ServerConnection::open(const Options& options, std::string* failure) {
     std::unique_ptr<ServerConnection> connection(new ServerConnection(options));
     bool nameTaken = false;
-    if (connection->join(options.bus, &nameTaken, failure)) return connection;
+    if (connection->join(options.bus, &nameTaken, failure)) {
+        if (options.bus != "session" || !connection->hasServerWithoutOurArguments()) return connection;
+        connection->leave();
+    }
     if (options.bus != "session") return nullptr;
-    // No session bus, or another client on it: a bus of our own.
+    // No session bus, or another client or a server of others on it: a bus of our own.
     std::string address;
     if (!connection->startPrivateBus(&address, failure)) return nullptr;
     if (!connection->join(address, &nameTaken, failure)) return nullptr;
@@ -93,6 +96,17 @@ bool ServerConnection::join(const std::string& kind, bool* nameTaken, std::strin
     return true;
 }
 
+void ServerConnection::leave() {
+    _bus->close();
+    _bus = nullptr;
+    _server.clear();
+}
+
+bool ServerConnection::hasServerWithoutOurArguments() {
+    if (_options.serverArguments.empty() || (_serverProcess && !_serverProcess->hasEnded())) return false;
+    return !_bus->nameOwner(bus::kServerName).empty();
+}
+
 bool ServerConnection::startPrivateBus(std::string* address, std::string* failure) {
     ChildProcess::Options options;
     options.arguments = {kBusDaemon, "--session", "--nofork", "--nopidfile", "--nosyslog", "--print-address"};
@@ -139,7 +153,14 @@ bool ServerConnection::findServer(const Interrupted& interrupted) {
 bool ServerConnection::ensureServer(const Interrupted& interrupted, std::string* failure) {
     failure->clear();
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        if (!findServer(interrupted) && (interrupted() || !startServer(interrupted, failure))) return false;
+        if (!findServer(interrupted)) {
+            if (interrupted() || !startServer(interrupted, failure)) return false;
+        } else if (hasServerWithoutOurArguments()) {
+            *failure = "bus \"" + printable(_busAddress) +
+                       "\": the server that runs there was started without the options asked for here. Leave out "
+                       "--bus, stop the server with \"kavaro stop\" and the same --bus, or use --embedded.";
+            return false;
+        }
         if (checkServer(interrupted, failure)) return true;
         if (!_server.empty()) return false;  // else it was about to end
     }

@@ -14,7 +14,8 @@ namespace kavaro {
 
 // The client's place on a bus, and the server it talks to. Uses the given bus; where that is the session bus and there
 // is none, or another client already holds the client name, it starts a bus of its own, so that two clients do not
-// disturb each other. What it started ends with this process, whatever ends it. Main thread.
+// disturb each other. So it does for a server with arguments where one runs already, which would not heed them; on any
+// other bus that is a failure. What it started ends with this process, whatever ends it. Main thread.
 class ServerConnection {
   public:
     struct Options {
@@ -52,6 +53,8 @@ class ServerConnection {
   private:
     explicit ServerConnection(const Options& options) : _options(options) {}
     bool join(const std::string& kind, bool* nameTaken, std::string* failure);
+    void leave();
+    bool hasServerWithoutOurArguments();
     bool startPrivateBus(std::string* address, std::string* failure);
     bool findServer(const Interrupted& interrupted);
     bool startServer(const Interrupted& interrupted, std::string* failure);

@@ -371,6 +371,33 @@ TEST_F(RemoteMeasurementTest, AFolderThatIsRefusedLeavesTheServerForTheNext) {
     EXPECT_EQ(std::count(_server->calls.begin(), _server->calls.end(), "startWorkingAtPath"), 2);
 }
 
+TEST_F(RemoteMeasurementTest, AServerStartedWithoutOurOptionsIsNotUsed) {
+    serveWholeJob();
+    _options.serverArguments = {"-sameFileSystemOnly", "1"};
+    const Measurement measurement = measure();
+    EXPECT_EQ(measurement.failure.find(kPath + ": bus \"" + _daemon.address() +
+                                       "\": the server that runs there was "
+                                       "started without the options asked for here."),
+              0u)
+        << measurement.failure;
+    EXPECT_FALSE(measurement.root);
+    EXPECT_EQ(_server->calls, std::vector<std::string>());
+}
+
+TEST_F(RemoteMeasurementTest, OptionsOnASessionBusWithAServerTakeABusOfTheirOwn) {
+    ScopedEnvironment session("DBUS_SESSION_BUS_ADDRESS", _daemon.address());
+    serveWholeJob();
+    _options.bus = "session";
+    _options.serverArguments = {"-sameFileSystemOnly", "1"};
+    const Measurement measurement = measure();
+    EXPECT_EQ(measurement.failure.find(kPath + ": " + kNoFurther + ": "), 0u) << measurement.failure;
+    EXPECT_EQ(_server->calls, std::vector<std::string>());
+    // Without options it is the server to ask.
+    _options.serverArguments.clear();
+    _source.reset();
+    EXPECT_EQ(measure().failure, "");
+}
+
 TEST_F(RemoteMeasurementTest, ABusWithAnotherClient) {
     BusError error;
     std::unique_ptr<Bus> other = Bus::open(_daemon.address(), &error);

@@ -36,6 +36,18 @@ class Lifecycle(harness.Case):
         self.assertEqual(server.wait(timeout=harness.PATIENCE), 0)
         self.assertIn('completed: rootPath=', self.server_log())
 
+    def test_a_server_without_the_options_asked_for_is_left_alone(self):
+        self.private_bus()
+        server = self.start_server()
+        trees = [self.make_tree(f'tree{n}', folders=n + 1, files=1, size=10) for n in range(2)]
+        results = self.measured('--same-file-system', *trees)
+        self.assertEqual([result['logicalSize'] for result in results], [10, 20])
+        bus = self.environment['DBUS_SESSION_BUS_ADDRESS']
+        refused = self.kavaro('size', '--same-file-system', '--bus', bus, trees[0], code=1)
+        self.assertIn('started without the options asked for here', refused.stderr)
+        self.assertIsNone(server.poll())
+        self.assertNotIn('startWorkingAtPath', self.server_log())
+
     def test_several_folders_one_after_another(self):
         trees = [self.make_tree(f'tree{n}', folders=n + 1, files=2, size=10) for n in range(3)]
         for bus in (False, True):
