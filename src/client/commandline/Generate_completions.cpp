@@ -76,9 +76,12 @@ std::string zshFunction(const CommandLine& commandLine, const CLI::App& app) {
     text += "    _arguments -C";
     for (const CLI::Option* option : CommandLine::optionsOf(app)) {
         for (const std::string& name : namesOf(*option)) {
-            std::string spec = name + "[" + zshText(option->get_description()) + "]";
+            const std::string description = "[" + zshText(option->get_description()) + "]";
+            std::string spec = name + description;
             if (takesValue(*option)) {
-                spec += ":" + zshText(option->get_type_name()) + ":" + zshAction(commandLine.hintOf(*option));
+                // The value is the next word or, with "=", in the same one.
+                spec = name + (name.starts_with("--") ? "=" : "") + description + ":" +
+                       zshText(option->get_type_name()) + ":" + zshAction(commandLine.hintOf(*option));
             }
             text += " \\\n        " + shellQuoted(spec);
         }
@@ -117,13 +120,51 @@ std::string bashReply(const CompletionHint& hint) {
         case Kind::words:
             return "words=" + shellQuoted(joined(hint.words));
         case Kind::folder:
-            return "paths=-d";
+            return "paths=dirnames";
         case Kind::file:
-            return "paths=-f";
+            return "paths=default";
         case Kind::nothing:
             break;
     }
     return "words=''";
+}
+
+// The lines of the bash `case`s of all commands.
+struct BashCases {
+    std::string commands;  // patterns of "COMMAND WORD"
+    std::string files;     // after an option and its first value, where a file may follow
+    std::string values;    // after an option
+    std::string words;     // after anything else
+};
+
+BashCases bashCases(const CommandLine& commandLine) {
+    BashCases cases;
+    eachCommand(commandLine.app(), [&](const CLI::App& app) {
+        const std::string name = CommandLine::fullName(app);
+        for (const CLI::App* command : CommandLine::commandsOf(app)) {
+            cases.commands += (cases.commands.empty() ? "" : " | ") + ("\"" + CommandLine::fullName(*command) + "\"");
+        }
+        for (const CLI::Option* option : CommandLine::optionsOf(app)) {
+            if (!takesValue(*option)) continue;
+            const CompletionHint& hint = commandLine.hintOf(*option);
+            for (const std::string& given : namesOf(*option)) {
+                const std::string start = "\"" + name + " " + given;
+                cases.values += "        " + start + "\") " + bashReply(hint) + " ;;\n";
+                if (option->get_expected_max() < 2) continue;
+                for (const std::string& word : hint.words) {
+                    cases.files += "    " + start + " " + word + "\") " + bashReply({Kind::file, {}}) + " ;;\n";
+                }
+            }
+        }
+        std::string reply = "words=" + shellQuoted(wordsOf(app));
+        for (const CLI::Option* option : CommandLine::positionalsOf(app)) {
+            const CompletionHint& hint = commandLine.hintOf(*option);
+            if (hint.kind == Kind::folder) reply += " " + bashReply(hint);
+            if (hint.kind == Kind::words) reply = "words=" + shellQuoted(joined(hint.words) + " " + wordsOf(app));
+        }
+        cases.words += "            \"" + name + "\") " + reply + " ;;\n";
+    });
+    return cases;
 }
 
 // True in fish after this command's words and before those of a deeper one.
@@ -175,49 +216,43 @@ std::string fishCommand(const CommandLine& commandLine, const CLI::App& app) {
 }  // namespace
 
 std::string generateBashCompletion(const CommandLine& commandLine) {
-    std::string commands, values, words;
-    eachCommand(commandLine.app(), [&](const CLI::App& app) {
-        const std::string name = CommandLine::fullName(app);
-        for (const CLI::App* command : CommandLine::commandsOf(app)) {
-            commands += (commands.empty() ? "" : " | ") + ("\"" + CommandLine::fullName(*command) + "\"");
-        }
-        for (const CLI::Option* option : CommandLine::optionsOf(app)) {
-            if (!takesValue(*option)) continue;
-            for (const std::string& given : namesOf(*option)) {
-                values += "    \"" + name + " " + given + "\") " + bashReply(commandLine.hintOf(*option)) + " ;;\n";
-            }
-        }
-        std::string reply = "words=" + shellQuoted(wordsOf(app));
-        for (const CLI::Option* option : CommandLine::positionalsOf(app)) {
-            const CompletionHint& hint = commandLine.hintOf(*option);
-            if (hint.kind == Kind::folder) reply += " paths=-d";
-            if (hint.kind == Kind::words) reply = "words=" + shellQuoted(joined(hint.words) + " " + wordsOf(app));
-        }
-        words += "        \"" + name + "\") " + reply + " ;;\n";
-    });
+    const BashCases cases = bashCases(commandLine);
     return std::string(kOrigin) +
            "_kavaro() {\n"
-           "    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}\n"
+           "    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} before=''\n"
            "    local command=kavaro word words='' paths=''\n"
+           "    # \"--option=value\" comes as three words.\n"
+           "    if [[ $current == = ]]; then\n"
+           "        current=''\n"
+           "    elif [[ $previous == = ]]; then\n"
+           "        previous=${COMP_WORDS[COMP_CWORD - 2]}\n"
+           "    elif ((COMP_CWORD > 1)); then\n"
+           "        before=${COMP_WORDS[COMP_CWORD - 2]}\n"
+           "    fi\n"
            "    for word in \"${COMP_WORDS[@]:1:COMP_CWORD - 1}\"; do\n"
            "        case \"$command $word\" in\n"
            "        " +
-           commands +
+           cases.commands +
            ") command=\"$command $word\" ;;\n"
            "        esac\n"
            "    done\n"
-           "    case \"$command $previous\" in\n" +
-           values +
+           "    case \"$command $before $previous\" in\n" +
+           cases.files +
            "    *)\n"
-           "        case \"$command\" in\n" +
-           words +
+           "        case \"$command $previous\" in\n" +
+           cases.values +
+           "        *)\n"
+           "            case \"$command\" in\n" +
+           cases.words +
+           "            esac\n"
+           "            ;;\n"
            "        esac\n"
            "        ;;\n"
            "    esac\n"
            "    COMPREPLY=()\n"
+           "    # Bash itself completes paths: it knows about quotes, blanks and \"~\".\n"
            "    if [[ -n $paths && $current != -* ]]; then\n"
-           "        compopt -o filenames 2>/dev/null\n"
-           "        mapfile -t COMPREPLY < <(compgen \"$paths\" -- \"$current\")\n"
+           "        compopt -o \"$paths\"\n"
            "    else\n"
            "        mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$current\")\n"
            "    fi\n"

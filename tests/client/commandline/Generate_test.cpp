@@ -41,16 +41,14 @@ Ran run(std::vector<std::string> arguments) {
     return result;
 }
 
-// Bash's answer to a line with the cursor at its end, sorted, one a line.
+// Bash's answer to a line with the cursor at its end, sorted, one a line. What bash is to complete itself comes first.
 std::string completed(const std::string& line) {
     TempFolder folder;
     folder.write("kavaro.bash", generateBashCompletion(CommandLine()));
-    folder.makeFolder("folder one");
-    folder.write("file", "");
-    folder.write(
-        "try",
-        "cd \"$1\"; source ./kavaro.bash; read -ra COMP_WORDS <<<\"$2\"; [[ $2 != *' ' ]] || COMP_WORDS+=('')\n"
-        "COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _kavaro; printf '%s\\n' \"${COMPREPLY[@]}\" | sort\n");
+    folder.write("try",
+                 "cd \"$1\"; compopt() { echo \"$*\"; }; source ./kavaro.bash; read -ra COMP_WORDS <<<\"$2\"; [[ $2 != "
+                 "*' ' ]] || COMP_WORDS+=('')\n"
+                 "COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _kavaro; printf '%s\\n' \"${COMPREPLY[@]}\" | sort\n");
     return run({"bash", folder.path("try"), folder.path(), line}).output;
 }
 
@@ -89,10 +87,21 @@ TEST(Generate, bashCompletes) {
     EXPECT_EQ(completed("kavaro size --sort "), "count\ndate\nname\nsize\n");
     EXPECT_EQ(completed("kavaro size --json --color a"), "always\nauto\n");
     EXPECT_EQ(completed("kavaro size --depth "), "\n");
-    EXPECT_EQ(completed("kavaro size f"), "folder one\n");
+    EXPECT_EQ(completed("kavaro size --color = n"), "never\n") << "bash splits --color=n so";
+    EXPECT_EQ(completed("kavaro size --color ="), "always\nauto\nnever\n");
+    EXPECT_EQ(completed("kavaro size f"), "-o dirnames\n\n");
+    EXPECT_EQ(completed("kavaro size --export "), "ncdu\n");
+    EXPECT_EQ(completed("kavaro size --export ncdu f"), "-o default\n\n");
+    EXPECT_EQ(completed("kavaro size --export ncdu file f"), "-o dirnames\n\n");
     EXPECT_EQ(completed("kavaro defaults "), "--help\n-h\ndelete\nread\nwrite\n");
     EXPECT_EQ(completed("kavaro defaults write o"), "org.kavaro.Kavaro\n");
     EXPECT_EQ(completed("kavaro stop --bus s"), "session\nsystem\n");
+}
+
+TEST(Generate, zshTakesValuesInTheSameWordToo) {
+    const std::string script = generateZshCompletion(CommandLine());
+    EXPECT_NE(script.find("'--color=[Colours"), std::string::npos) << script;
+    EXPECT_NE(script.find("'--json[Write"), std::string::npos) << script;
 }
 
 TEST(Generate, everyOptionIsInEveryScript) {

@@ -160,6 +160,24 @@ class ProcessTest(unittest.TestCase):
             self.assertEqual((code, output), (1, b""))
             self.assertIn(reason.encode(), error)
 
+    def test_bash_completes_paths(self):
+        os.mkdir(os.path.join(self.folder, "two words"))
+        terminal = Terminal(200)
+        self.addCleanup(terminal.close)
+        process = subprocess.Popen(["bash", "--norc", "--noprofile", "-i"], stdin=terminal.slave, stdout=terminal.slave,
+                                   stderr=terminal.slave, cwd=self.folder, start_new_session=True,
+                                   env=dict(self.environment, INPUTRC="/dev/null"))
+        self.addCleanup(self.end, process)
+        os.write(terminal.master, b"source <('%s' --generate bash); echo sour''ced\n" % KAVARO.encode())
+        terminal.read_until(b"sourced\r\n")
+        for typed, completed in ((b"kavaro size tw", b"kavaro size two\\ words/"),
+                                 (b"kavaro size 'tw", b"kavaro size 'two words"),
+                                 (b"kavaro size ~/tr", b"kavaro size ~/tree/"),
+                                 (b"kavaro size --sort=n", b"kavaro size --sort=name ")):
+            os.write(terminal.master, typed + b"\t")
+            terminal.read_until(completed)
+            os.write(terminal.master, b"\x15")
+
     def test_wrong_usage(self):
         code, output, error = self.run_kavaro("size", "--depth", "x", self.tree)
         self.assertEqual((code, output), (2, b""))
