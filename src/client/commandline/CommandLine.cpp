@@ -84,6 +84,10 @@ std::string checkDomain(std::string& text) {
     return "\"" + printable(text) + "\" is no name of a domain";
 }
 
+std::string checkKey(std::string& text) {
+    return text.empty() ? "the name of a setting is not empty" : "";
+}
+
 CLI::Validator check(std::string (*function)(std::string&)) {
     return CLI::Validator(function, "", "");
 }
@@ -211,7 +215,7 @@ void CommandLine::addDefaults() {
         name->type_name("")->required(needsKey)->check(check(checkDomain));
         hint(name, CompletionHint::Kind::words, {domain});
         CLI::Option* key = command->add_option("KEY", _parsed.key, "Name of the setting");
-        key->type_name("")->required(needsKey);
+        key->type_name("")->required(needsKey)->check(check(checkKey));
     }
     write->add_option("VALUE", _parsed.value, "New value")->type_name("")->required();
 }

@@ -46,11 +46,13 @@ Kind kindOf(const std::string& command) {
     return found == kKinds.end() ? Kind::wrong : found->second;
 }
 
-// The parser takes a folder "[a,b]" for a list of two. A mark in front of it keeps it whole.
+// The parser takes a folder "[a,b]" for a list of two, and "++" for the end of a command. A mark in front of them keeps
+// them as they are.
 constexpr char kMark = '\x01';
 
 std::string marked(const std::string& argument) {
-    return !argument.empty() && (argument.front() == '[' || argument.front() == kMark) ? kMark + argument : argument;
+    const bool isSpecial = !argument.empty() && (argument.front() == '[' || argument.front() == kMark);
+    return isSpecial || argument == "++" ? kMark + argument : argument;
 }
 
 std::vector<std::string> withoutMarks(std::vector<std::string> arguments) {
@@ -60,9 +62,14 @@ std::vector<std::string> withoutMarks(std::vector<std::string> arguments) {
     return arguments;
 }
 
-// The parser's words for what is wrong, without a closing stop, safe to show.
+// What is wrong, mostly in the parser's words, without a closing stop, safe to show.
 std::string reasonOf(const CLI::ParseError& error) {
     std::string words = error.what();
+    if (error.get_name() == "ArgumentMismatch") {
+        const std::string option = words.substr(0, words.find(':'));
+        if (words.ends_with("missing")) words = option + ": its value is missing";
+        if (words.find(": At Most") != std::string::npos) words = option + ": given more than once";
+    }
     words.erase(std::remove(words.begin(), words.end(), kMark), words.end());
     std::string reason = printable(words);
     while (!reason.empty() && (reason.back() == '.' || reason.back() == ' ')) reason.pop_back();

@@ -19,11 +19,15 @@ int fail(const CommandContext& context, const std::string& message) {
 }
 
 int readDefaults(const ParsedCommand& command, UserDefaults& defaults, const CommandContext& context) {
+    if (const std::string problem = defaults.problem(); !problem.empty()) {
+        return fail(context, withProgramName(problem + ". Its settings do not count until it is mended or removed."));
+    }
     if (command.key.empty()) {
         std::string text;
         const PropertyList all = defaults.all();
         if (const PropertyList::Dictionary* entries = all.dictionary()) {
-            for (const auto& [key, value] : *entries) text += key + " = " + valueText(value) + "\n";
+            for (const auto& [key, value] : *entries)
+                text += printable(key) + " = " + printable(valueText(value)) + "\n";
         }
         return writeResult(context, text);
     }

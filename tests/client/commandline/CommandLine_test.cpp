@@ -63,7 +63,7 @@ TEST(CommandLine, words) {
 
 TEST(CommandLine, foldersOfAnyName) {
     for (const std::string name :
-         {"stop", "size", "[a,b]", "{}", "[]", "a,b", "", "a\nb", "\xFF", "%%", "a b", "-", "\"q\"", "=x"}) {
+         {"stop", "size", "[a,b]", "{}", "[]", "a,b", "", "a\nb", "\xFF", "%%", "a b", "-", "\"q\"", "=x", "++"}) {
         const ParsedCommand parsed = parse({"size", name});
         ASSERT_EQ(parsed.kind, Kind::size) << name << ": " << parsed.text;
         EXPECT_EQ(parsed.size.folders, Words{name});
@@ -113,6 +113,8 @@ TEST(CommandLine, defaults) {
     wrong({"defaults", "write", "org.x", "k"});
     wrong({"defaults", "delete", "org.x"});
     wrong({"defaults", "read", "a", "b", "c"});
+    EXPECT_EQ(wrong({"defaults", "write", "org.x", "", "1"}),
+              "KEY: the name of a setting is not empty. See \"kavaro defaults write --help\".");
     EXPECT_NE(wrong({"defaults", "read", "../x"}).find("\"../x\" is no name of a domain"), std::string::npos);
 }
 
@@ -133,6 +135,9 @@ TEST(CommandLine, wrongUsageSaysWhatAndWhere) {
     EXPECT_EQ(wrong({"size", "x", "--export", "tar"}), "--export: \"tar\" is not ncdu. See \"kavaro size --help\".");
     EXPECT_EQ(wrong({"size", "--export", "ncdu", "f", "x", "y"}),
               "--export: takes one folder, not 2. See \"kavaro size --help\".");
+    EXPECT_EQ(wrong({"size", "x", "--depth"}), "--depth: its value is missing. See \"kavaro size --help\".");
+    EXPECT_EQ(wrong({"size", "--depth", "1", "x", "--depth=2"}),
+              "--depth: given more than once. See \"kavaro size --help\".");
     for (const Words& arguments :
          {Words{"size", "x", "--depth"}, Words{"size", "x", "--depth", "2x"}, Words{"size", "x", "--nonsense"},
           Words{"size", "x", "--json", "--export", "ncdu"}, Words{"size", "x", "--export"}, Words{"stop", "now"},

@@ -93,6 +93,26 @@ TEST(Commands, defaults) {
     EXPECT_EQ(outputOf({"defaults", "read"}), "a = 1\n");
 }
 
+TEST(Commands, defaultsOfADamagedFile) {
+    TempFolder home;
+    ScopedEnvironment environment("XDG_CONFIG_HOME", home.path());
+    const std::string file = home.write("org.x.plist", "damaged");
+    const std::string expected =
+        "kavaro: " + file + ": not a property list. Its settings do not count until it is mended or removed.\n";
+    EXPECT_EQ(outputOf({"defaults", "read", "org.x"}, kExitFailed), expected);
+    EXPECT_EQ(outputOf({"defaults", "read", "org.x", "a"}, kExitFailed), expected);
+    outputOf({"defaults", "write", "org.x", "a", "1"}, kExitFailed);
+    EXPECT_EQ(home.read("org.x.plist"), "damaged");
+}
+
+TEST(Commands, defaultsListsOneALine) {
+    TempFolder home;
+    ScopedEnvironment environment("XDG_CONFIG_HOME", home.path());
+    EXPECT_EQ(outputOf({"defaults", "write", "org.x", "a\nb", "1\n\x1b[31m"}), "");
+    EXPECT_EQ(outputOf({"defaults", "read", "org.x"}), "a\\nb = 1\\n\\x1b[31m\n");
+    EXPECT_EQ(outputOf({"defaults", "read", "org.x", "a\nb"}), "1\n\x1b[31m\n");
+}
+
 TEST(Commands, defaultsThatCannotBeWritten) {
     TempFolder home;
     const std::string file = home.write("file", "");
