@@ -33,7 +33,11 @@ class XMLScanner {
             return end != kNone && end > 4 && moveBy(end + 3);
         }
         if (rest.starts_with("<![CDATA[")) return moveBehind("]]>");
-        if (rest.starts_with("<?")) return moveBehind("?>");
+        if (rest.starts_with("<?")) {
+            // The parser sees no end within double quotes.
+            const std::size_t end = rest.find("?>");
+            return end != kNone && std::ranges::count(rest.substr(0, end), '"') % 2 == 0 && moveBy(end + 2);
+        }
         std::size_t end = endOfTag(rest);
         if (end == kNone) return false;
         if (rest.starts_with("<!")) {
@@ -55,15 +59,21 @@ class XMLScanner {
         return true;
     }
 
-    // Position of the '>' outside of quotes; none when a '<' comes first.
+    // The parser knows double quotes alone, others know both kinds: where that makes a difference there is no end.
     static std::size_t endOfTag(std::string_view rest) {
+        const std::size_t end = endOfTag(rest, "\"");
+        return end == endOfTag(rest, "\"'") ? end : kNone;
+    }
+
+    // Position of the '>' outside of quotes; none when a '<' comes first.
+    static std::size_t endOfTag(std::string_view rest, std::string_view quotes) {
         char quote = 0;
         for (std::size_t index = 1; index < rest.size(); index++) {
             char c = rest[index];
             if (c == '<') return kNone;
             if (quote) {
                 if (c == quote) quote = 0;
-            } else if (c == '"' || c == '\'') {
+            } else if (quotes.find(c) != kNone) {
                 quote = c;
             } else if (c == '>') {
                 return index;
@@ -247,7 +257,8 @@ class BinaryScanner {
 }  // namespace
 
 bool isSafeXMLPropertyList(std::string_view text) {
-    return XMLScanner(text).isSafe();
+    // The parser takes a name to end at a NUL byte, which XML never has.
+    return text.find('\0') == kNone && XMLScanner(text).isSafe();
 }
 
 bool isSafeBinaryPropertyList(ByteView bytes) {

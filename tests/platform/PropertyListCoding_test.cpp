@@ -285,6 +285,23 @@ TEST(PropertyListCoding, RefusesDeepNesting) {
     EXPECT_FALSE(read(repeated(100000, "<plist><array>") + repeated(100000, "</array></plist>")));
 }
 
+// Tags that the parser sees and others do not, or the other way round: by its ideas of quotes and of NUL bytes.
+TEST(PropertyListCoding, RefusesHiddenTags) {
+    for (int levels : {1, 300000}) {
+        for (const char* opening : {"<array><?a \"?></array>\"?>", "<array><!DOCTYPE a '\"'></array>\">",
+                                    "<array a='\"'></array b='\"'>", "<array a='>'></array>"}) {
+            EXPECT_FALSE(readBody(repeated(levels, opening))) << opening;
+            EXPECT_FALSE(readBody(repeated(levels, opening) + repeated(levels, "</array>"))) << opening;
+        }
+        EXPECT_FALSE(readBody(repeated(levels, {"<array\0x>", 9}) + repeated(levels, {"</array\0y>", 10})));
+        EXPECT_FALSE(readBody(repeated(levels, "<array><?a \"?></array>\"?>") +
+                              repeated(levels, "<?a \"?><array>\"?></array>")));
+        EXPECT_FALSE(readBody(repeated(levels, "<array><!DOCTYPE a '\"'></array>\">") +
+                              repeated(levels, "<!DOCTYPE a '\"'><array>\"></array>")));
+    }
+    EXPECT_TRUE(read("<?xml version='1.0' encoding=\"UTF-8\"?><plist version='1.0'><array a='b' c=\"d>\"/></plist>"));
+}
+
 TEST(PropertyListCoding, RefusesCyclesAndWhatUnfoldsTooFar) {
     EXPECT_TRUE(read(binaryChain(4, 2, "\x10\x07")));
     EXPECT_FALSE(read(binaryChain(40, 2, "\x10\x07")));  // a million millions of sevens
