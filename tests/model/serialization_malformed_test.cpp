@@ -280,6 +280,32 @@ TEST(SerializationMalformed, NamesOutsideOfTheDataStream) {
     EXPECT_TRUE(make<TuvNode>()->tuvNodeDatabase_deserialize({1, 0}, TuvNodeBase(), ByteView()));
 }
 
+// Some megabytes of records that all point at one long name would ask for gigabytes.
+TEST(SerializationMalformed, NamesThatShareBytes) {
+    constexpr int kRecords = 1000;
+    std::vector<TuvNodeIndex> index(kRecords);
+    std::vector<TuvNodeBase> nodes(kRecords);
+    for (std::size_t i = 0; i < kRecords; ++i) {
+        index[i].inode = static_cast<std::uint32_t>(i) + 2;
+        index[i].parentInode = 1;
+        nodes[i].nameLength = 60000;
+        nodes[i].flags = i % 2 ? 0x11 : 0x32;
+    }
+    const ExactBytes data(std::string(65535, 'x'));
+    for (int total : {1, 2, kRecords}) {
+        LogCapture log;
+        auto root = make<TuvDirNode>();
+        root->setInode(1);
+        int cursor = 0;
+        EXPECT_EQ(root->tuvNodeDatabase_deserialize(index.data(), nodes.data(), data.view(), &cursor, total),
+                  total < 2);
+        EXPECT_LE(root->childrenCount(), 2);
+        std::vector<std::string> lines;
+        if (total > 1) lines = {"Malformed data: names share bytes of the data stream at byte 0 of 65535"};
+        EXPECT_EQ(log.texts(), lines);
+    }
+}
+
 TEST(SerializationMalformed, ANegativeRecordNumber) {
     const TuvNodeIndex index;
     const TuvNodeBase nodes;

@@ -123,6 +123,7 @@ bool TuvDirNode::tuvNodeDatabase_deserialize(const TuvNodeIndex* index, const Tu
                                              int* cursor, int total) {
     if (*cursor < 0) return malformed(tuvDirNodeLog, "negative record number", *cursor, data.size());
     std::vector<TuvDirNode*> open{this};  // the way down to the record being read
+    std::uint64_t names = 0;              // bytes of the names so far
     int i = *cursor;
     for (; i < total; ++i) {
         while (!open.empty() && open.back()->inode() != index[i].parentInode) open.pop_back();
@@ -143,7 +144,13 @@ bool TuvDirNode::tuvNodeDatabase_deserialize(const TuvNodeIndex* index, const Tu
             if (!folder->TuvNode::tuvNodeDatabase_deserialize(index[i], nodes[i], data)) return false;
             folder->setParent(parent);
             open.push_back(folder);
+        } else {
+            continue;
         }
+        // Each name has bytes of its own. Records that shared them could ask for far more memory than there are bytes.
+        names += nodes[i].nameLength;
+        if (names > data.size())
+            return malformed(tuvDirNodeLog, "names share bytes of the data stream", nodes[i].nameOffset, data.size());
     }
     *cursor = i - 1;
     return true;
