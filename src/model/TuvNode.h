@@ -90,7 +90,7 @@ class TuvNode : public TuvObject {
     TuvDirNode* parent() const { return _parent; }
     void setParent(TuvDirNode* parent);
     std::string description() const override;  // the path
-    // The path less as many bytes from its front as the other's path matches anywhere in it, letter case ignored.
+    // The path less as many characters from its front as the other's path matches anywhere in it, letter case ignored.
     std::string filePathRelativeOfNode(const TuvNode* other) const;
     // Of a name that is a whole path: what follows the parent's path.
     void setFileNameAsChildOfParent();

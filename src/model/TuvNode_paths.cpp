@@ -21,6 +21,17 @@ void appendPathComponent(std::string& path, std::string_view name) {
     }
 }
 
+bool isInnerByte(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xc0) == 0x80;
+}
+
+// Position of the character behind the one at `position`, or the end of the text. Never within a character.
+std::size_t behindCharacter(std::string_view text, std::size_t position) {
+    if (position < text.size()) ++position;
+    while (position < text.size() && isInnerByte(text[position])) ++position;
+    return position;
+}
+
 }  // namespace
 
 std::string_view TuvNode::fileName() const {
@@ -114,7 +125,15 @@ std::string TuvNode::filePathRelativeOfNode(const TuvNode* other) const {
     std::string path = description();
     if (!other) return path;
     std::size_t length = 0;
-    if (findCaseInsensitive(path, other->description(), &length) != std::string::npos) path.erase(0, length);
+    const std::size_t found = findCaseInsensitive(path, other->description(), &length);
+    if (found == std::string::npos) return path;
+    if (found > 0) {
+        // As many characters, which may be longer or shorter than those that matched.
+        std::size_t characters = 0;
+        for (std::size_t at = found; at < found + length; at = behindCharacter(path, at)) ++characters;
+        for (length = 0; characters > 0; --characters) length = behindCharacter(path, length);
+    }
+    path.erase(0, length);
     return path;
 }
 
@@ -128,8 +147,12 @@ void TuvNode::setFileNameAsChildOfParent() {
     const std::string name(fileName());
     const std::size_t found = above.empty() ? std::string::npos : name.find(above);
     if (found == std::string::npos) return;
-    const std::size_t rest = found + above.size() + (above == "/" ? 0 : 1);
-    if (rest <= name.size()) setFileName(std::string_view(name).substr(rest));
+    std::size_t rest = found + above.size();
+    if (above != "/") {
+        if (rest == name.size()) return;
+        rest = behindCharacter(name, rest);
+    }
+    setFileName(std::string_view(name).substr(rest));
 }
 
 TuvRef<TuvObjectArray> TuvNode::parentChain(const TuvNode* upTo, bool includeUpTo) {

@@ -150,6 +150,12 @@ TEST_F(TuvNodePathsTest, RelativeToAnotherNode) {
     EXPECT_EQ(_a->filePathRelativeOfNode(newFile(1, "/nowhere").get()), "/Users/a");
     // As many characters from the start as matched, wherever they matched.
     EXPECT_EQ(_a->filePathRelativeOfNode(newFile(1, "sers").get()), "rs/a");
+    // Characters are counted, not bytes.
+    auto accented = newFile(1, "/\u00e9\u00e9/x\u20ac");
+    EXPECT_EQ(accented->filePathRelativeOfNode(newFile(1, "/x").get()), "\u00e9/x\u20ac");
+    EXPECT_EQ(accented->filePathRelativeOfNode(newFile(1, "X\u20ac").get()), "\u00e9/x\u20ac");
+    EXPECT_EQ(accented->filePathRelativeOfNode(newFile(1, "/\u00c9").get()), "\u00e9/x\u20ac");
+    EXPECT_EQ(newFile(1, "/\xff/b\xff")->filePathRelativeOfNode(newFile(1, "/b").get()), "/b\xff");
 }
 
 TEST_F(TuvNodePathsTest, FromAWholePathToAName) {
@@ -171,6 +177,10 @@ TEST_F(TuvNodePathsTest, FromAWholePathToAName) {
         kept->setFileNameAsChildOfParent();
         EXPECT_EQ(kept->fileName(), name);
     }
+    auto wide = newFile(1, "/Users\u00e9b");  // whatever stands in the separator's place
+    wide->setParent(_users);
+    wide->setFileNameAsChildOfParent();
+    EXPECT_EQ(wide->fileName(), "b");
     auto nothing = newFile(1, "/Users/");  // nothing follows the separator
     nothing->setParent(_users);
     nothing->setFileNameAsChildOfParent();
