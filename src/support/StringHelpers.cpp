@@ -1,5 +1,9 @@
 #include "support/StringHelpers.h"
 
+#include <fcntl.h>
+
+#include <utility>
+
 #include "platform/Catalog.h"
 #include "platform/ChildProcess.h"
 #include "platform/Environment.h"
@@ -47,6 +51,19 @@ std::string trimBadCharacters(std::string_view text) {
         const unsigned char byte = static_cast<unsigned char>(c);
         return byte <= ' ' || byte == 0x7f || std::string_view("\"'`()[]{},;:").find(c) != std::string_view::npos;
     });
+}
+
+bool getFSRef(const std::string& path, FileReference* reference, bool* isDir) {
+    // Of all mounts: whether a folder should be listed is the scanner's question.
+    const Catalog::Options everything{true, false};
+    FileReference found;
+    int error = 0;
+    if (!Catalog::forRoot("", everything)->reference(path, &found, &error)) return false;
+    // The catalog holds folders alone.
+    if (!found.isDirectory) found.fd = open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
+    *isDir = found.isDirectory;
+    *reference = std::move(found);
+    return true;
 }
 
 std::string pathFromFSRef(const FileReference& reference) {

@@ -22,7 +22,11 @@ std::string trimWhiteSpace(std::string_view text);
 // included), the quotes " ' `, the brackets ( ) [ ] { } and the marks , ; :. Everything in between stays.
 std::string trimBadCharacters(std::string_view text);
 
-// Path of the file or folder that a reference holds open, as it is named now; empty when it holds none.
+// Turns a path into a reference that holds the file or folder open, and says whether it is a folder. A link at the end
+// of the path is not followed. False, with both results untouched, when there is no such entry or it cannot be reached.
+bool getFSRef(const std::string& path, FileReference* reference, bool* isDir);
+
+// The reverse: path of the file or folder that a reference holds open, as it is named now; empty when it holds none.
 std::string pathFromFSRef(const FileReference& reference);
 
 // Runs an executable, given by absolute path, without a shell, and waits for its end. Everything it wrote to standard

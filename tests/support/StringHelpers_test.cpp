@@ -112,6 +112,54 @@ TEST(PathFromFSRef, IsTheReverseOfTheCatalogsReference) {
     EXPECT_EQ(pathFromFSRef(reference), folder.path("line\nend \xff"));
 }
 
+TEST(GetFSRef, SaysWhetherAPathNamesAFolder) {
+    TempFolder folder;
+    folder.makeFolder("folder");
+    folder.write("file \xff", "");
+    FileReference reference;
+    bool isDir = false;
+    ASSERT_TRUE(getFSRef(folder.path("folder"), &reference, &isDir));
+    EXPECT_TRUE(isDir);
+    EXPECT_TRUE(reference.isDirectory);
+    EXPECT_EQ(pathFromFSRef(reference), folder.path("folder"));
+    ASSERT_TRUE(getFSRef(folder.path("file \xff"), &reference, &isDir));
+    EXPECT_FALSE(isDir);
+    EXPECT_EQ(pathFromFSRef(reference), folder.path("file \xff"));
+    ASSERT_TRUE(getFSRef("/proc", &reference, &isDir));
+    EXPECT_TRUE(isDir);
+    EXPECT_EQ(pathFromFSRef(reference), "/proc");
+}
+
+TEST(GetFSRef, OfALinkNamesTheLink) {
+    TempFolder folder;
+    folder.makeFolder("folder");
+    for (const char* target : {"folder", "nowhere"}) {
+        const std::string link = folder.path(std::string("to ") + target);
+        ASSERT_EQ(symlink(target, link.c_str()), 0);
+        FileReference reference;
+        bool isDir = true;
+        ASSERT_TRUE(getFSRef(link, &reference, &isDir));
+        EXPECT_FALSE(isDir);
+        EXPECT_EQ(pathFromFSRef(reference), link);
+    }
+}
+
+TEST(GetFSRef, LeavesTheResultsAloneWhenThereIsNoSuchEntry) {
+    TempFolder folder;
+    folder.write("file", "");
+    FileReference reference;
+    bool isDir = false;
+    ASSERT_TRUE(getFSRef(folder.path(), &reference, &isDir));
+    const int fd = reference.fd;
+    isDir = false;
+    for (const std::string& path :
+         {std::string(), folder.path("missing"), folder.path("file/below"), folder.path() + '\0'}) {
+        EXPECT_FALSE(getFSRef(path, &reference, &isDir));
+        EXPECT_EQ(reference.fd, fd);
+        EXPECT_FALSE(isDir);
+    }
+}
+
 TEST(StringFromTask, GivesWhatTheToolWrote) {
     EXPECT_EQ(stringFromTask("/bin/echo", {"-n", "two words", "$HOME"}), "two words $HOME");
     EXPECT_EQ(stringFromTask("/bin/true", {}), "");
