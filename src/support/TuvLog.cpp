@@ -34,14 +34,17 @@ Configuration& configuration() {
 
 constexpr std::size_t kMaximumConfigurationBytes = 1u << 20;
 
+// Null when the file cannot be opened, is empty or too large.
 ByteBuffer readFile(const std::string& path) {
     ByteBuffer bytes;
     std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rbe"), &std::fclose);
     if (!file) return bytes;
     char block[16384];
     std::size_t length;
-    while ((length = std::fread(block, 1, sizeof block, file.get())) > 0 && bytes.size() < kMaximumConfigurationBytes)
+    while ((length = std::fread(block, 1, sizeof block, file.get())) > 0) {
+        if (length > kMaximumConfigurationBytes - bytes.size()) return {};
         bytes.append(block, length);
+    }
     return bytes;
 }
 

@@ -146,6 +146,7 @@ TEST_F(TuvLogTest, AConfigurationThatCannotBeReadLeavesInfo) {
         _folder.write("array", propertyList("<array><string>trace</string></array>")),
         _folder.write("text", propertyList("<string>trace</string>")),
         _folder.write("huge", propertyList("<dict><!--" + std::string(2 << 20, ' ') + "--></dict>")),
+        _folder.write("padded", full + std::string(1 << 20, '\n')),
         _folder.write("unknown", propertyList("<dict>" + entry("level", "loud") + "</dict>")),
         _folder.write("number", propertyList("<dict><key>level</key><integer>0</integer></dict>")),
         _folder.write("components", propertyList("<dict>" + entry("components", "trace") + "</dict>")),
@@ -234,6 +235,21 @@ TEST_F(TuvLogTest, TheFileGrowsOnAfterANewStart) {
     loadFile();
     TuvLog::info(nullptr, nullptr, "second");
     EXPECT_THAT(linesOf(_folder.read("log.txt")), ElementsAre(HasSubstr("first"), HasSubstr("second")));
+}
+
+TEST_F(TuvLogTest, MissingFoldersAboveTheFileAreMade) {
+    load(entry("file", _folder.path("a/b/log.txt")));
+    TuvLog::info(nullptr, nullptr, "here");
+    EXPECT_THAT(linesOf(_folder.read("a/b/log.txt")), ElementsAre(HasSubstr("here")));
+}
+
+TEST_F(TuvLogTest, WithNoOldFilesKeptTheFileStartsAnew) {
+    loadFile("<key>maximumBytes</key><integer>1000</integer><key>keptFiles</key><integer>0</integer>");
+    for (int i = 0; i < 100; ++i) TuvLog::info(nullptr, nullptr, "line %06d", i);
+    EXPECT_LE(_folder.read("log.txt").size(), 1000u);
+    EXPECT_THAT(linesOf(_folder.read("log.txt")).back(), testing::EndsWith("line 000099"));
+    struct stat info {};
+    EXPECT_NE(stat(_folder.path("log.1.txt").c_str(), &info), 0);
 }
 
 TEST_F(TuvLogTest, AFileThatCannotBeWrittenFallsBackToStandardErrorQuietly) {
