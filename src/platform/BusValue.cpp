@@ -221,6 +221,26 @@ BusValue BusValue::dictionary(const Dictionary& entries) {
     return makeBusValue(sinkVariant(g_variant_builder_end(&builder)), gatherer.files());
 }
 
+BusValue BusValue::texts(const std::vector<std::pair<std::string, std::string>>& entries) {
+    GVariantBuilder builder;
+    g_variant_builder_init(&builder, G_VARIANT_TYPE("a{ss}"));
+    for (const auto& [key, text] : entries)
+        g_variant_builder_add_value(&builder, g_variant_new_dict_entry(newString(key), newString(text)));
+    return makeBusValue(sinkVariant(g_variant_builder_end(&builder)));
+}
+
+BusValue BusValue::structure(const std::vector<BusValue>& members) {
+    FileGatherer gatherer;
+    std::vector<VariantRef> values;
+    std::vector<GVariant*> children;
+    for (const BusValue& member : members) {
+        if (member.isNull()) return {};
+        values.push_back(gatherer.add(member));
+        children.push_back(values.back().get());
+    }
+    return makeBusValue(sinkVariant(g_variant_new_tuple(children.data(), children.size())), gatherer.files());
+}
+
 BusValue BusValue::data(ByteView bytes) {
     if (bytes.size() > kInlineLimit) {
         if (FilePtr file = makeSealedFile(bytes)) {
@@ -353,6 +373,16 @@ std::optional<BusValue::Dictionary> BusValue::asDictionary() const {
         result.emplace_back(g_variant_get_string(key.get(), nullptr), std::move(unwrapped));
     }
     return result;
+}
+
+std::optional<std::vector<BusValue>> BusValue::asStructure() const {
+    VariantRef value = plain(*this);
+    if (!value || g_variant_get_type_string(value.get())[0] != '(') return std::nullopt;
+    std::vector<BusValue> members;
+    gsize count = g_variant_n_children(value.get());
+    for (gsize i = 0; i < count; ++i)
+        members.push_back(makeBusValue(VariantRef(g_variant_get_child_value(value.get(), i)), _value->files));
+    return members;
 }
 
 BusValue BusValue::get(std::string_view key) const {

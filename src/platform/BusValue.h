@@ -42,6 +42,8 @@ class BusValue {
     static BusValue uint32s(const std::vector<std::uint32_t>& values);  // au
     static BusValue variant(const BusValue& value);                     // v
     static BusValue dictionary(const Dictionary& entries);              // a{sv}, each value wrapped in v
+    static BusValue texts(const std::vector<std::pair<std::string, std::string>>& entries);  // a{ss}
+    static BusValue structure(const std::vector<BusValue>& members);  // (...); no value when a member is none
     // ay up to kInlineLimit bytes, above that h: a sealed memory file. Empty or null bytes are the empty ay.
     static constexpr std::size_t kInlineLimit = 8u << 20;
     static BusValue data(ByteView bytes);
@@ -60,6 +62,7 @@ class BusValue {
     std::optional<BusData> asData() const;           // ay or h (mapped after its seals and size are checked)
     std::optional<Dictionary> asDictionary() const;  // a{sv}, variants unwrapped; also a{ss}
     BusValue get(std::string_view key) const;        // of an a{sv}; no value when absent
+    std::optional<std::vector<BusValue>> asStructure() const;
 
     std::string description() const;  // for logs and messages, one line, long values shortened
 

@@ -157,6 +157,36 @@ TEST(BusValue, Dictionaries) {
     EXPECT_EQ(texts->at(0).second.asString(), "v");
 }
 
+TEST(BusValue, Structures) {
+    const auto large = pattern(BusValue::kInlineLimit + 1);
+    const BusValue value =
+        BusValue::structure({BusValue::string("kind"), BusValue::dictionary({{"name", BusValue::string("x")}}),
+                             BusValue::structure({BusValue::boolean(true), BusValue::data(large)})});
+    EXPECT_EQ(value.type(), "(sa{sv}(bh))");
+    const auto members = value.asStructure();
+    ASSERT_TRUE(members);
+    ASSERT_EQ(members->size(), 3u);
+    EXPECT_EQ((*members)[0].asString(), "kind");
+    EXPECT_EQ((*members)[1].get("name").asString(), "x");
+    const auto inner = BusValue::variant((*members)[2]).asStructure();
+    ASSERT_TRUE(inner);
+    EXPECT_EQ((*inner)[0].asInteger(), 1);
+    EXPECT_TRUE(sameBytes((*inner)[1].asData()->view(), large));
+    EXPECT_TRUE(BusValue::structure({BusValue::int32(1), BusValue()}).isNull());
+    EXPECT_EQ(BusValue::structure({}).type(), "()");
+    for (const char* text : {"'a'", "{'k': <1>}", "[(1, 2)]"}) EXPECT_FALSE(parsed(text).asStructure()) << text;
+    EXPECT_FALSE(BusValue().asStructure());
+}
+
+TEST(BusValue, DictionariesOfTexts) {
+    EXPECT_EQ(BusValue::texts({}).type(), "a{ss}");
+    const auto entries = BusValue::texts({{"b", "1"}, {"a", "caf\xe9"}}).asDictionary();
+    ASSERT_TRUE(entries);
+    ASSERT_EQ(entries->size(), 2u);
+    EXPECT_EQ((*entries)[0].first, "b");
+    EXPECT_EQ((*entries)[1].second.asString(), "caf\\xe9");
+}
+
 TEST(BusValue, SmallDataIsInline) {
     auto bytes = pattern(100000);
     BusValue value = BusValue::data(bytes);
