@@ -183,7 +183,7 @@ bool Bus::Impl::setBody(GDBusMessage* message, const std::vector<BusValue>& argu
 
 GlibRef<GDBusMessage> Bus::Impl::newCall(std::string_view destination, std::string_view path,
                                          std::string_view interface, std::string_view member,
-                                         const std::vector<BusValue>& arguments, BusError* error) {
+                                         const std::vector<BusValue>& arguments, double seconds, BusError* error) {
     const std::string to(destination), object(path), group(interface), name(member);
     if (!g_dbus_is_name(to.c_str()) || !g_variant_is_object_path(object.c_str()) ||
         !g_dbus_is_interface_name(group.c_str()) || !g_dbus_is_member_name(name.c_str())) {
@@ -192,7 +192,9 @@ GlibRef<GDBusMessage> Bus::Impl::newCall(std::string_view destination, std::stri
     }
     GlibRef<GDBusMessage> message(
         g_dbus_message_new_method_call(to.c_str(), object.c_str(), group.c_str(), name.c_str()));
-    g_dbus_message_set_flags(message.get(), G_DBUS_MESSAGE_FLAGS_NO_AUTO_START);
+    const int mayAskUser = seconds < 0 ? G_DBUS_MESSAGE_FLAGS_ALLOW_INTERACTIVE_AUTHORIZATION : 0;
+    g_dbus_message_set_flags(message.get(),
+                             static_cast<GDBusMessageFlags>(G_DBUS_MESSAGE_FLAGS_NO_AUTO_START | mayAskUser));
     if (!setBody(message.get(), arguments, error)) return nullptr;
     return message;
 }
@@ -207,13 +209,14 @@ BusReply Bus::Impl::sendAndWait(GDBusMessage* message, double seconds) {
 
 BusReply Bus::Impl::callBus(const char* member, const std::vector<BusValue>& arguments) {
     BusError error;
-    GlibRef<GDBusMessage> message = newCall(kBusName, kBusPath, kBusName, member, arguments, &error);
+    GlibRef<GDBusMessage> message = newCall(kBusName, kBusPath, kBusName, member, arguments, kAnswerOfBus, &error);
     return message ? sendAndWait(message.get(), kAnswerOfBus) : BusReply{{}, error};
 }
 
 void Bus::Impl::sendToBus(const char* member, const std::string& text) {
     BusError error;
-    GlibRef<GDBusMessage> message = newCall(kBusName, kBusPath, kBusName, member, {BusValue::string(text)}, &error);
+    GlibRef<GDBusMessage> message =
+        newCall(kBusName, kBusPath, kBusName, member, {BusValue::string(text)}, kAnswerOfBus, &error);
     if (!message) return;
     g_dbus_message_set_flags(message.get(), G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
     g_dbus_connection_send_message(connection.get(), message.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
@@ -322,14 +325,14 @@ bool Bus::flush(double seconds) {
     // The bus answers in order, so its answer means that it has all that went before. GLib's own flush may hang when
     // the connection ends.
     BusError error;
-    GlibRef<GDBusMessage> message = _impl->newCall(kBusName, kBusPath, kBusName, "GetId", {}, &error);
+    GlibRef<GDBusMessage> message = _impl->newCall(kBusName, kBusPath, kBusName, "GetId", {}, kAnswerOfBus, &error);
     return message && _impl->sendAndWait(message.get(), seconds).ok();
 }
 
 BusReply Bus::call(std::string_view destination, std::string_view path, std::string_view interface,
                    std::string_view member, const std::vector<BusValue>& arguments, double seconds) {
     BusError error;
-    GlibRef<GDBusMessage> message = _impl->newCall(destination, path, interface, member, arguments, &error);
+    GlibRef<GDBusMessage> message = _impl->newCall(destination, path, interface, member, arguments, seconds, &error);
     return message ? _impl->sendAndWait(message.get(), seconds) : BusReply{{}, error};
 }
 
@@ -337,7 +340,7 @@ void Bus::callAsync(std::string_view destination, std::string_view path, std::st
                     std::string_view member, const std::vector<BusValue>& arguments, double seconds,
                     ReplyHandler handler) {
     BusError error;
-    GlibRef<GDBusMessage> message = _impl->newCall(destination, path, interface, member, arguments, &error);
+    GlibRef<GDBusMessage> message = _impl->newCall(destination, path, interface, member, arguments, seconds, &error);
     if (message) {
         ErrorSlot slot;
         guint32 serial = 0;

@@ -28,6 +28,7 @@ struct BusCall {
     std::string_view member;
     std::string_view sender;  // unique name
     const std::vector<BusValue>& arguments;
+    bool mayAskUser = false;  // the caller waits as long as somebody takes to allow the call
 };
 
 struct BusSignal {
@@ -43,6 +44,10 @@ struct BusSignal {
 class Bus {
   public:
     using CallHandler = std::function<BusReply(const BusCall&)>;
+    // Main thread. Only the first answer counts. When all copies are gone unanswered, so is the caller's hope.
+    using Answer = std::function<void(const BusReply&)>;
+    // As a CallHandler, for what cannot be answered at once. The call is there until the handler returns.
+    using LateCallHandler = std::function<void(const BusCall&, Answer)>;
     using SignalHandler = std::function<void(const BusSignal&)>;
     using ReplyHandler = std::function<void(BusReply)>;
 
@@ -69,6 +74,7 @@ class Bus {
     // Publishes an object. `introspection` is the XML of a <node> with the interface; calls that do not fit it are
     // refused before the handler sees them. The handler's error becomes a D-Bus error.
     bool publish(std::string_view path, std::string_view introspection, CallHandler handler, BusError* error);
+    bool publish(std::string_view path, std::string_view introspection, LateCallHandler handler, BusError* error);
     void unpublish(std::string_view path);
 
     // Signals of an interface, from any sender (this one too) unless `sender`, a unique or a well-known name, is given.
@@ -86,11 +92,12 @@ class Bus {
     // limit.
     bool flush(double seconds = -1);
 
-    // Any thread. Waits for the reply without running the loop. Never starts a service. Seconds < 0: no limit.
+    // Any thread. Waits for the reply without running the loop. Never starts a service. Seconds < 0: no limit, so that
+    // somebody may be asked to allow the call.
     BusReply call(std::string_view destination, std::string_view path, std::string_view interface,
                   std::string_view member, const std::vector<BusValue>& arguments, double seconds);
     // Main thread. The handler runs once, after the signals that came before the reply, and always later than this.
-    // Never starts a service. Seconds < 0: no limit.
+    // Never starts a service. Seconds < 0: as above.
     void callAsync(std::string_view destination, std::string_view path, std::string_view interface,
                    std::string_view member, const std::vector<BusValue>& arguments, double seconds,
                    ReplyHandler handler);

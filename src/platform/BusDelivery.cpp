@@ -201,14 +201,20 @@ void Bus::Impl::expire(guint32 serial) {
     handler({{}, {kErrorNoReply, "no reply in time"}});
 }
 
-void Bus::Impl::deliverCall(const std::string& path, BusInvocation& invocation) {
+void Bus::Impl::deliverCall(const std::string& path, const std::shared_ptr<BusInvocation>& invocation) {
     auto found = published.find(path);
-    if (found == published.end()) return invocation.answer({{}, {kErrorUnknownObject, path}}, limits);
-    std::shared_ptr<CallHandler> handler = found->second.handler;
-    const std::vector<BusValue> arguments = unpackBody(g_dbus_method_invocation_get_message(invocation.get()));
-    BusReply reply = (*handler)({viewOf(g_dbus_method_invocation_get_method_name(invocation.get())),
-                                 viewOf(g_dbus_method_invocation_get_sender(invocation.get())), arguments});
-    invocation.answer(reply, limits);
+    if (found == published.end()) return invocation->answer({{}, {kErrorUnknownObject, path}}, limits);
+    std::shared_ptr<LateCallHandler> handler = found->second.handler;
+    // The names belong to the invocation, which goes with its answer.
+    GDBusMessage* message = g_dbus_method_invocation_get_message(invocation->get());
+    const std::string member(viewOf(g_dbus_message_get_member(message)));
+    const std::string sender(viewOf(g_dbus_message_get_sender(message)));
+    const bool mayAskUser =
+        (g_dbus_message_get_flags(message) & G_DBUS_MESSAGE_FLAGS_ALLOW_INTERACTIVE_AUTHORIZATION) != 0;
+    const std::vector<BusValue> arguments = unpackBody(message);
+    (*handler)({member, sender, arguments, mayAskUser}, [weak = weak_from_this(), invocation](const BusReply& reply) {
+        if (auto impl = weak.lock()) invocation->answer(reply, impl->limits);
+    });
 }
 
 void Bus::Impl::connectionEnded() {
@@ -226,6 +232,12 @@ void Bus::Impl::connectionEnded() {
 }
 
 bool Bus::publish(std::string_view path, std::string_view introspection, CallHandler handler, BusError* error) {
+    return publish(
+        path, introspection,
+        [handler = std::move(handler)](const BusCall& call, const Answer& answer) { answer(handler(call)); }, error);
+}
+
+bool Bus::publish(std::string_view path, std::string_view introspection, LateCallHandler handler, BusError* error) {
     const std::string object(path), xml(introspection);
     if (!g_variant_is_object_path(object.c_str()) || _impl->published.contains(object)) {
         *error = {kErrorInvalidArgs, "the path \"" + object + "\" is not valid or already published"};
@@ -244,12 +256,12 @@ bool Bus::publish(std::string_view path, std::string_view introspection, CallHan
         auto* target = static_cast<ObjectTarget*>(data);
         RunLoop::main().performOnMain(
             [weak = target->impl, object = target->path, kept = std::make_shared<BusInvocation>(invocation)] {
-                if (auto impl = weak.lock()) impl->deliverCall(object, *kept);
+                if (auto impl = weak.lock()) impl->deliverCall(object, kept);
             });
     };
     static const GDBusInterfaceVTable table = {called, nullptr, nullptr, {}};
     Impl::Published published;
-    published.handler = std::make_shared<CallHandler>(std::move(handler));
+    published.handler = std::make_shared<LateCallHandler>(std::move(handler));
     for (GDBusInterfaceInfo** interface = node->interfaces; interface && *interface; ++interface) {
         auto* target = new ObjectTarget{_impl, object};
         guint id = g_dbus_connection_register_object(

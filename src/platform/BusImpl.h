@@ -57,7 +57,7 @@ struct Bus::Impl : std::enable_shared_from_this<Impl> {
     };
     struct Published {
         std::vector<guint> registrations;
-        std::shared_ptr<CallHandler> handler;
+        std::shared_ptr<LateCallHandler> handler;
     };
     // The owner of a well-known name, as of the signal that is being delivered.
     struct TrackedName {
@@ -75,7 +75,7 @@ struct Bus::Impl : std::enable_shared_from_this<Impl> {
     void shutDown();
     void deliverSignal(GDBusMessage* message);
     void deliverReply(guint32 serial, GDBusMessage* message);
-    void deliverCall(const std::string& path, BusInvocation& invocation);
+    void deliverCall(const std::string& path, const std::shared_ptr<BusInvocation>& invocation);
     void connectionEnded();
     void expire(guint32 serial);
     void nameOwnerChanged(const std::vector<BusValue>& arguments);
@@ -87,7 +87,8 @@ struct Bus::Impl : std::enable_shared_from_this<Impl> {
 
     // Any thread.
     GlibRef<GDBusMessage> newCall(std::string_view destination, std::string_view path, std::string_view interface,
-                                  std::string_view member, const std::vector<BusValue>& arguments, BusError* error);
+                                  std::string_view member, const std::vector<BusValue>& arguments, double seconds,
+                                  BusError* error);
     bool setBody(GDBusMessage* message, const std::vector<BusValue>& arguments, BusError* error);
     BusReply sendAndWait(GDBusMessage* message, double seconds);
 

@@ -200,6 +200,53 @@ TEST_F(BusCalls, ObjectsArePublishedOnceAndWithdrawn) {
     EXPECT_TRUE(ask(*client, *server, "nothing", {}).ok());
 }
 
+// What cannot be answered at once is answered later, whatever came and was answered meanwhile.
+TEST_F(BusCalls, AnswersMayComeLater) {
+    auto server = connect(), client = connect();
+    std::vector<Bus::Answer> waiting;
+    BusError error;
+    ASSERT_TRUE(server->publish(
+        kPath, kXml,
+        [&](const BusCall& call, Bus::Answer answer) {
+            if (call.member == "pass") return answer({{BusValue::variant(call.arguments[0])}, {}});
+            waiting.push_back(std::move(answer));
+        },
+        &error))
+        << error.message;
+    std::vector<std::string> answered;
+    for (const char* name : {"first", "second", "third"}) {
+        client->callAsync(server->uniqueName(), kPath, kInterface, "nothing", {}, kLong, [&, name](BusReply reply) {
+            answered.push_back(reply.ok() ? name : name + (" " + reply.error.message));
+        });
+    }
+    EXPECT_TRUE(ask(*client, *server, "pass", {BusValue::variant(BusValue::int32(1))}).ok());
+    ASSERT_EQ(waiting.size(), 3u);
+    EXPECT_TRUE(answered.empty());
+    waiting[1]({{}, {}});
+    waiting[1]({{}, {"org.kavaro.Error.Refused", "too late"}});
+    waiting[0]({{}, {"org.kavaro.Error.Refused", "no"}});
+    EXPECT_TRUE(pump([&] { return answered.size() == 2; }));
+    EXPECT_EQ(answered, (std::vector<std::string>{"second", "first no"}));
+    server.reset();
+    waiting[2]({{}, {}});  // to nobody
+    EXPECT_TRUE(pump([&] { return answered.size() == 3; }));
+    EXPECT_EQ(answered[2].rfind("third ", 0), 0u) << answered[2];
+}
+
+// Who sets no limit says that he waits until somebody has been asked.
+TEST_F(BusCalls, ACallWithoutALimitMayHaveSomebodyAsked) {
+    auto server = connect(), client = connect();
+    std::vector<bool> mayAsk;
+    publish(*server, [&](const BusCall& call) {
+        mayAsk.push_back(call.mayAskUser);
+        return BusReply{};
+    });
+    for (const double seconds : {kLong, -1.0})
+        client->callAsync(server->uniqueName(), kPath, kInterface, "nothing", {}, seconds, [](const BusReply&) {});
+    EXPECT_TRUE(pump([&] { return mayAsk.size() == 2; }));
+    EXPECT_EQ(mayAsk, (std::vector<bool>{false, true}));
+}
+
 TEST_F(BusCalls, LargeDataGoesByFileInArgumentsAndReplies) {
     auto server = connect(), client = connect();
     const auto sent = pattern((9u << 20) + 3, 1), returned = pattern(9u << 20, 2), small = pattern(100, 3);
