@@ -93,9 +93,12 @@ gint milliseconds(double seconds) {
     return static_cast<gint>(std::clamp(std::ceil(seconds * 1000), 1.0, static_cast<double>(G_MAXINT)));
 }
 
-std::string ruleOf(const std::string& sender, const std::string& path, const std::string& interface) {
+std::string ruleOf(const std::string& sender, const std::string& path, const std::string& interface,
+                   const std::string& member) {
     std::string rule = "type='signal',path='" + path + "',interface='" + interface + "'";
-    return sender.empty() ? rule : rule + ",sender='" + sender + "'";
+    if (!sender.empty()) rule += ",sender='" + sender + "'";
+    if (!member.empty()) rule += ",member='" + member + "'";
+    return rule;
 }
 
 }  // namespace
@@ -266,14 +269,19 @@ void Bus::watchName(std::string_view name, std::function<void(const std::string&
 }
 
 std::uint64_t Bus::subscribe(std::string_view sender, std::string_view path, std::string_view interface,
-                             SignalHandler handler) {
-    Impl::Subscription subscription{std::string(sender), std::string(path), std::string(interface), {}, {}};
+                             SignalHandler handler, std::string_view member) {
+    Impl::Subscription subscription;
+    subscription.sender = sender;
+    subscription.path = path;
+    subscription.interface = interface;
+    subscription.member = member;
     const char* from = subscription.sender.c_str();
     if ((!sender.empty() && !g_dbus_is_name(from)) || !g_variant_is_object_path(subscription.path.c_str()) ||
-        !g_dbus_is_interface_name(subscription.interface.c_str())) {
+        !g_dbus_is_interface_name(subscription.interface.c_str()) ||
+        (!member.empty() && !g_dbus_is_member_name(subscription.member.c_str()))) {
         return 0;
     }
-    subscription.rule = ruleOf(subscription.sender, subscription.path, subscription.interface);
+    subscription.rule = ruleOf(subscription.sender, subscription.path, subscription.interface, subscription.member);
     subscription.handler = std::make_shared<SignalHandler>(std::move(handler));
     if (!sender.empty() && !g_dbus_is_unique_name(from) && sender != kBusName) {
         // Signals bear the unique name of their sender. The owner is asked for after its changes are subscribed to

@@ -78,9 +78,10 @@ class Bus {
     void unpublish(std::string_view path);
 
     // Signals of an interface, from any sender (this one too) unless `sender`, a unique or a well-known name, is given.
-    // Takes effect when the bus has read it: flush() tells. 0 when an argument is not valid.
+    // With a `member` that one alone: the bus does not even pass the others on. Takes effect when the bus has read it:
+    // flush() tells. 0 when an argument is not valid.
     std::uint64_t subscribe(std::string_view sender, std::string_view path, std::string_view interface,
-                            SignalHandler handler);
+                            SignalHandler handler, std::string_view member = {});
     void unsubscribe(std::uint64_t subscription);
 
     // Any thread. Queues a signal; an empty destination broadcasts. False, with the reason, when the message is too

@@ -140,6 +140,7 @@ bool Bus::Impl::takeIncoming(GDBusMessage* message) {
 bool Bus::Impl::fits(const Subscription& subscription, GDBusMessage* message) const {
     if (viewOf(g_dbus_message_get_interface(message)) != subscription.interface) return false;
     if (viewOf(g_dbus_message_get_path(message)) != subscription.path) return false;
+    if (!subscription.member.empty() && viewOf(g_dbus_message_get_member(message)) != subscription.member) return false;
     if (subscription.sender.empty()) return true;
     std::string_view sender = viewOf(g_dbus_message_get_sender(message));
     if (sender == subscription.sender) return true;

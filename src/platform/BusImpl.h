@@ -52,7 +52,7 @@ class BusInvocation {
 // keeps the order; what is queued there holds this weakly, so that a Bus may go while messages wait.
 struct Bus::Impl : std::enable_shared_from_this<Impl> {
     struct Subscription {
-        std::string sender, path, interface, rule;
+        std::string sender, path, interface, member, rule;
         std::shared_ptr<SignalHandler> handler;
     };
     struct Published {

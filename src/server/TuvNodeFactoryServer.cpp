@@ -76,10 +76,9 @@ TuvNodeFactoryServer::TuvNodeFactoryServer(const Surroundings& wanted) : _surrou
     TuvNodeFactory::setSurroundings(engine);
     // From any sender; where only root may call, from this process alone.
     const std::string sender = _authority->isRestricted() ? bus->uniqueName() : std::string();
-    _subscription =
-        bus->subscribe(sender, bus::kNotificationPath, bus::kNotificationInterface, [this](const BusSignal& signal) {
-            if (signal.member == TuvNodeFactoryCompletedNotification) _completedNode(signal);
-        });
+    _subscription = bus->subscribe(
+        sender, bus::kNotificationPath, bus::kNotificationInterface,
+        [this](const BusSignal& signal) { _completedNode(signal); }, TuvNodeFactoryCompletedNotification);
     bus->onClosed([this] {
         if (_stopServer) return;
         TuvLog::error(serverLog, "onClosed", "The bus has closed the connection. The server ends.");

@@ -443,6 +443,24 @@ TEST_F(BusSignals, OnlyThePathAndInterfaceAskedFor) {
     EXPECT_EQ(bus->subscribe("bad name", kPath, kInterface, {}), 0u);
     EXPECT_EQ(bus->subscribe("", "bad", kInterface, {}), 0u);
     EXPECT_EQ(bus->subscribe("", kPath, "it's", {}), 0u);
+    EXPECT_EQ(bus->subscribe("", kPath, kInterface, {}, "it's"), 0u);
+}
+
+TEST_F(BusSignals, OnlyTheMemberAskedFor) {
+    auto bus = connect(), sender = connect();
+    std::string one, all;
+    bus->subscribe(
+        "", kPath, kInterface, [&](const BusSignal& signal) { one += signal.member; }, "b");
+    ASSERT_TRUE(bus->flush());
+    for (const char* member : {"a", "b", "c"}) emit(*sender, member, {});
+    EXPECT_TRUE(pump([&] { return !one.empty(); }));
+    // With another subscription the bus passes all of them on, and each handler has its own.
+    bus->subscribe("", kPath, kInterface, [&](const BusSignal& signal) { all += signal.member; });
+    ASSERT_TRUE(bus->flush());
+    for (const char* member : {"a", "b", "c"}) emit(*sender, member, {});
+    EXPECT_TRUE(pump([&] { return all.size() == 3; }));
+    EXPECT_EQ(all, "abc");
+    EXPECT_EQ(one, "bb");
 }
 
 TEST_F(BusSignals, AHandlerMayEndItsOwnSubscription) {
