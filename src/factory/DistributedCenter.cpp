@@ -25,7 +25,10 @@ bool BusDistributedCenter::post(std::string_view name, std::string_view object, 
                                 std::string* error) {
     const std::vector<BusValue> arguments{BusValue::string(object), dictionaryOf(userInfo)};
     std::vector<std::string> destinations = _receivers;
-    if (!_addressed) destinations = {std::string()};
+    if (!_addressed)
+        destinations = {std::string()};
+    else if (name == TuvNodeFactoryCompletedNotification)
+        destinations.push_back(_bus->uniqueName());
     bool posted = true;
     for (const std::string& destination : destinations) {
         BusError failure;
@@ -42,8 +45,14 @@ void BusDistributedCenter::addressOnly() {
 }
 
 void BusDistributedCenter::addReceiver(std::string_view uniqueName) {
-    if (std::find(_receivers.begin(), _receivers.end(), uniqueName) == _receivers.end())
-        _receivers.emplace_back(uniqueName);
+    if (std::find(_receivers.begin(), _receivers.end(), uniqueName) != _receivers.end()) return;
+    if (_receivers.size() >= kManyReceivers) hasReceivers();
+    _receivers.emplace_back(uniqueName);
+}
+
+bool BusDistributedCenter::hasReceivers() {
+    std::erase_if(_receivers, [this](const std::string& receiver) { return _bus->nameOwner(receiver).empty(); });
+    return !_receivers.empty();
 }
 
 }  // namespace kavaro

@@ -31,11 +31,17 @@ class BusDistributedCenter final : public DistributedCenter {
               std::string* error) override;
     void waitUntilWritten() override { _bus->flush(); }
 
-    // From now on nothing is broadcast. Unique names; one named twice is kept once.
+    // From now on nothing is broadcast. The end of a job comes to this process too, which waits for it.
     void addressOnly();
+    // Unique names; one named twice is kept once.
     void addReceiver(std::string_view uniqueName);
+    // Forgets those who have left the bus. Asks the bus for each.
+    bool hasReceivers();
 
   private:
+    // From this number on those who left are forgotten before another one is added.
+    static constexpr std::size_t kManyReceivers = 64;
+
     const std::shared_ptr<Bus> _bus;
     bool _addressed = false;
     std::vector<std::string> _receivers;

@@ -42,7 +42,8 @@ bool TuvKavaroProxy::registerLocalEnd() {
     BusError error;
     const bool published =
         bus && bus->publish(
-                   localPath(), localIntrospection(), [this](const BusCall& call) { return handleCall(call); }, &error);
+                   localPath(), localIntrospection(),
+                   [this](const BusCall& call, const Bus::Answer& answer) { receiveCall(call, answer); }, &error);
     if (published && bus->requestName(localName(), &error)) {
         _rootConnection = std::move(bus);
         return true;
@@ -111,6 +112,10 @@ const BusValue::Dictionary& TuvKavaroProxy::versionInfo() {
 
 void TuvKavaroProxy::shutdownServer(const std::string& sender) {
     TuvLog::info(proxyLog, "shutdownServer:", "%@", sender);
+}
+
+void TuvKavaroProxy::receiveCall(const BusCall& call, const Bus::Answer& answer) {
+    answer(handleCall(call));
 }
 
 BusReply TuvKavaroProxy::handleCall(const BusCall& call) {

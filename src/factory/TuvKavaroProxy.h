@@ -41,6 +41,8 @@ class TuvKavaroProxy {
     // Where and how the local end is published.
     virtual std::string_view localPath() const { return {}; }
     virtual std::string_view localIntrospection() const { return {}; }
+    // Of the local end. Answers with what handleCall() gives, now or when it is decided that the caller may.
+    virtual void receiveCall(const BusCall& call, const Bus::Answer& answer);
     virtual BusReply handleCall(const BusCall& call);
     virtual std::string_view remotePath() const { return {}; }
     virtual std::string_view remoteInterface() const { return {}; }

@@ -74,7 +74,7 @@ TuvNodeFactoryServer::TuvNodeFactoryServer(const Surroundings& wanted) : _surrou
     engine.durations = wanted.factoryDurations;
     engine.distributedCenter = _distributedCenter.get();
     TuvNodeFactory::setSurroundings(engine);
-    // From any sender; where only root may call, from this process alone.
+    // From any sender; where users share the bus, from this process alone.
     const std::string sender = _authority->isRestricted() ? bus->uniqueName() : std::string();
     _subscription = bus->subscribe(
         sender, bus::kNotificationPath, bus::kNotificationInterface,
@@ -122,6 +122,8 @@ void TuvNodeFactoryServer::_checkForUpdatesByTimer(RunLoop::TimerID timer) {
     if (timer != _timer || isRemoteEndAlive()) return _scheduleTimer();
     TuvLog::info(serverLog, "_checkForUpdatesByTimer:", "try (%d) to get proxy to server", _timerCount);
     if (createRemoteEnd()) return _scheduleTimer();
+    // Where users share the bus, root alone may own the client's name: any caller that was allowed is a client.
+    if (_authority->isRestricted() && _distributedCenter->hasReceivers()) return _scheduleTimer();
     if (_timerCount <= kTimersWithoutClient && startFSEvents()) return _scheduleTimer();
     TuvLog::info(serverLog, "_checkForUpdatesByTimer:", "can't get to the other side");
     shutdownServer("self");

@@ -55,6 +55,7 @@ class TuvNodeFactoryServer : public TuvKavaroProxy {
   protected:
     std::string_view localPath() const override;
     std::string_view localIntrospection() const override;
+    void receiveCall(const BusCall& call, const Bus::Answer& answer) override;
     BusReply handleCall(const BusCall& call) override;
     std::string_view remotePath() const override;
     std::string_view remoteInterface() const override;

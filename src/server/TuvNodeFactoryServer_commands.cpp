@@ -5,7 +5,8 @@ namespace kavaro {
 
 namespace {
 
-BusReply invalid(const std::string& reason) {
+BusReply invalid(const BusCall& call, const std::string& reason) {
+    TuvLog::error(serverLog, std::string(call.member).c_str(), "%@", reason);
     return {{}, {"org.freedesktop.DBus.Error.InvalidArgs", reason}};
 }
 
@@ -38,6 +39,21 @@ TuvNodeFactory* TuvNodeFactoryServer::factory() {
     return TuvNodeFactory::sharedInstance();
 }
 
+// Who may measure or remove hears of it; who may only shut the server down does not.
+void TuvNodeFactoryServer::receiveCall(const BusCall& call, const Bus::Answer& answer) {
+    if (!_authority->isRestricted()) return TuvKavaroProxy::receiveCall(call, answer);
+    // The call itself is gone when the decision comes.
+    _authority->decide(call, [this, member = std::string(call.member), sender = std::string(call.sender),
+                              arguments = call.arguments, answer](const BusError& refusal) {
+        if (refusal.isSet()) {
+            TuvLog::error(serverLog, "receiveCall", "%@ refused to %@: %@", member, sender, refusal.message);
+            return answer({{}, refusal});
+        }
+        if (CallAuthority::riskOf(member) != CallAuthority::Risk::shutDown) _distributedCenter->addReceiver(sender);
+        answer(handleCall({member, sender, arguments}));
+    });
+}
+
 BusReply TuvNodeFactoryServer::handleCall(const BusCall& call) {
     using Command = BusReply (TuvNodeFactoryServer::*)(const BusCall&);
     static constexpr std::pair<std::string_view, Command> kCommands[] = {
@@ -48,9 +64,6 @@ BusReply TuvNodeFactoryServer::handleCall(const BusCall& call) {
         {"stopSizing", &TuvNodeFactoryServer::stopSizing},
         {"shutdownServer", &TuvNodeFactoryServer::shutdownServerCall},
     };
-    BusError refusal = _authority->refusal(call);
-    if (refusal.isSet()) return {{}, std::move(refusal)};
-    if (_authority->isRestricted()) _distributedCenter->addReceiver(call.sender);
     for (const auto& [member, command] : kCommands)
         if (member == call.member) return (this->*command)(call);
     return TuvKavaroProxy::handleCall(call);
@@ -58,7 +71,7 @@ BusReply TuvNodeFactoryServer::handleCall(const BusCall& call) {
 
 BusReply TuvNodeFactoryServer::startWorkingAtPath(const BusCall& call) {
     const auto path = pathAt(call, 0);
-    if (!path) return invalid(kBadPath);
+    if (!path) return invalid(call, kBadPath);
     TuvLog::info(serverLog, "startWorkingAtPath:", "%@", *path);
     factory()->startWorkingAtPath(*path);
     return {};
@@ -67,8 +80,8 @@ BusReply TuvNodeFactoryServer::startWorkingAtPath(const BusCall& call) {
 BusReply TuvNodeFactoryServer::startWorkingAtPathParentInodes(const BusCall& call) {
     const auto path = pathAt(call, 0);
     const auto inodes = call.arguments.size() > 1 ? call.arguments[1].asUint32s() : std::nullopt;
-    if (!path || !inodes) return invalid(kBadPath);
-    if (inodes->size() > kMostParentInodes) return invalid("too many parent inodes");
+    if (!path || !inodes) return invalid(call, kBadPath);
+    if (inodes->size() > kMostParentInodes) return invalid(call, "too many parent inodes");
     TuvLog::info(serverLog, "startWorkingAtPath:parentInodes:", "%@ %@", *path, joined(*inodes));
     factory()->startWorkingAtPath(*path, *inodes);
     return {};
@@ -77,14 +90,14 @@ BusReply TuvNodeFactoryServer::startWorkingAtPathParentInodes(const BusCall& cal
 BusReply TuvNodeFactoryServer::prioritizeNodeWithInodePath(const BusCall& call) {
     const auto inode = call.arguments.empty() ? std::nullopt : call.arguments[0].asInteger();
     const auto path = pathAt(call, 1);
-    if (!inode || !path) return invalid(kBadPath);
+    if (!inode || !path) return invalid(call, kBadPath);
     TuvLog::info(serverLog, "prioritizeNodeWithInode:path:", "%d [%@]", *inode, *path);
     return nodeReply(factory()->prioritizeNodeWithInode(static_cast<std::int32_t>(*inode), *path));
 }
 
 BusReply TuvNodeFactoryServer::hasFileSytemChanged(const BusCall& call) {
     const auto path = pathAt(call, 0);
-    if (!path) return invalid(kBadPath);
+    if (!path) return invalid(call, kBadPath);
     TuvLog::info(serverLog, "hasFileSytemChanged:", "[%@]", *path);
     return nodeReply(factory()->hasFileSytemChanged(*path));
 }
