@@ -1,5 +1,6 @@
 #include "server/RunMode.h"
 
+#include "fsevents/TuvFSEvent.h"
 #include "platform/Text.h"
 #include "platform/UserDefaults.h"
 
@@ -16,6 +17,10 @@ std::string logConfigurationPath(const std::string& executablePath) {
 
 bool runsAsNormalProcess() {
     return UserDefaults::standard().boolForKey("standardLog");
+}
+
+void chooseDataCollector() {
+    if (UserDefaults::standard().boolForKey("runAsDataCollector")) TuvFSEvent::setRunAsDataCollector(true);
 }
 
 }  // namespace kavaro

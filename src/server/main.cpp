@@ -34,9 +34,11 @@ bool connect(std::string* kind) {
 void runServer() {
     RunLoop::main().catchTerminationSignals();
     RunLoop::leaveAfterSignal(kSecondsAfterSignal, 0);
+    const bool isNormalProcess = runsAsNormalProcess();
     TuvLog::loadConfigFromPath(logConfigurationPath(executablePath()));
+    chooseDataCollector();
     TuvLog::info(nullptr, nullptr, "main() Starting as %s ...",
-                 runsAsNormalProcess() ? "normal process (not a daemon)" : "daemon");
+                 isNormalProcess ? "normal process (not a daemon)" : "daemon");
     TuvLog::info(nullptr, nullptr, "main() *********************************************");
     TuvNodeFactoryServer::Surroundings surroundings;
     TuvNodeFactoryServer* server = nullptr;

@@ -4,6 +4,7 @@
 
 #include "ScopedEnvironment.h"
 #include "TempFolder.h"
+#include "fsevents/TuvFSEvent.h"
 #include "platform/UserDefaults.h"
 
 namespace kavaro {
@@ -33,6 +34,17 @@ TEST(RunMode, OnlyYesMakesANormalProcess) {
     EXPECT_FALSE(runsAsNormalProcess());
     UserDefaults::standard().setArguments({"-standardLog", "YES"});
     EXPECT_TRUE(runsAsNormalProcess());
+}
+
+TEST(RunMode, OnlyYesMakesADataCollector) {
+    TempFolder folder;
+    ScopedEnvironment home{"XDG_CONFIG_HOME", folder.path()};
+    for (const char* value : {"", "NO", "YES"}) {
+        UserDefaults::standard().setArguments(*value ? std::vector<std::string>{"-runAsDataCollector", value}
+                                                     : std::vector<std::string>{});
+        chooseDataCollector();
+        EXPECT_EQ(TuvFSEvent::runAsDataCollector(), std::string(value) == "YES") << value;
+    }
 }
 
 }  // namespace
