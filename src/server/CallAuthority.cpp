@@ -86,8 +86,8 @@ void CallAuthority::call(std::string_view destination, std::string_view path, st
                          Handler handler) {
     const std::string_view interface = destination == kBus ? kBus : kAuthorityInterface;
     _bus->callAsync(destination, path, interface, member, arguments, seconds,
-                    [self = std::weak_ptr<CallAuthority*>(_self), caller, handler](const BusReply& reply) {
-                        if (const auto authority = self.lock()) ((*authority)->*handler)(caller, reply);
+                    [self = _self, caller, handler](const BusReply& reply) {
+                        if (*self) ((*self)->*handler)(caller, reply);
                     });
 }
 
@@ -144,9 +144,9 @@ void CallAuthority::noteUser(const std::string& caller, const BusReply& reply) {
 void CallAuthority::settle(const std::string& caller, const BusError& refusal) {
     const auto found = _waiting.find(caller);
     const Decision decision = std::move(found->second.front().decision);
-    const std::weak_ptr<CallAuthority*> self = _self;
+    const auto self = _self;
     decision(refusal);
-    if (self.expired()) return;
+    if (!*self) return;
     found->second.pop_front();
     if (!found->second.empty()) return askAuthority(caller);
     _waiting.erase(found);

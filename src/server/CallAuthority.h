@@ -24,6 +24,9 @@ class CallAuthority {
 
     // `kind` is what the bus was opened as.
     static std::unique_ptr<CallAuthority> forBus(std::string_view kind, std::shared_ptr<Bus> bus);
+    ~CallAuthority() { *_self = nullptr; }
+    CallAuthority(const CallAuthority&) = delete;
+    CallAuthority& operator=(const CallAuthority&) = delete;
 
     bool isRestricted() const { return _restricted; }
     // At once where nothing is restricted.
@@ -60,7 +63,7 @@ class CallAuthority {
     const bool _restricted;
     const std::shared_ptr<Bus> _bus;
     std::map<std::string, std::deque<Request>> _waiting;  // by caller; what is asked for is in front
-    // Replies that come when this is gone find nothing here.
+    // Replies that come when this is gone find null here.
     const std::shared_ptr<CallAuthority*> _self = std::make_shared<CallAuthority*>(this);
 };
 

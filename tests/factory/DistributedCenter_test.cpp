@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <thread>
+
 #include "PrivateBus.h"
 #include "platform/RunLoop.h"
 #include "support/ProtocolNames.h"
@@ -116,6 +118,36 @@ TEST_F(BusDistributedCenterTest, addressesReceiversAlone) {
     EXPECT_THAT(membersOf(heardByOther), ElementsAre("TuvNodeFactoryCompletedNotification"));
     EXPECT_THAT(membersOf(heard),
                 ElementsAre("TuvNodeFactoryResolvedNotification", "TuvNodeFactoryCompletedNotification"));
+}
+
+// A server ends by hearing of its own job's end, also where nothing is broadcast.
+TEST_F(BusDistributedCenterTest, addressesTheEndOfAJobToItselfToo) {
+    std::vector<Heard> heardByItself;
+    listen(*server, heardByItself);
+    center.addressOnly();
+    center.addReceiver(client->uniqueName());
+    for (std::string_view name : {TuvNodeFactoryStartedNotification, TuvNodeFactoryResolvedNotification,
+                                  TuvNodeFactoryCompletedNotification, TuvNodeFactoryStoppedNotification})
+        ASSERT_TRUE(post(name));
+    ASSERT_TRUE(runUntil([&] { return heard.size() == 4 && !heardByItself.empty(); }));
+    EXPECT_THAT(membersOf(heardByItself), ElementsAre("TuvNodeFactoryCompletedNotification"));
+    EXPECT_THAT(heardByOther, IsEmpty());
+}
+
+TEST_F(BusDistributedCenterTest, forgetsReceiversThatHaveLeft) {
+    center.addressOnly();
+    EXPECT_FALSE(center.hasReceivers());
+    center.addReceiver(client->uniqueName());
+    center.addReceiver(other->uniqueName());
+    EXPECT_TRUE(center.hasReceivers());
+    const std::string left = client->uniqueName();
+    client.reset();
+    while (!server->nameOwner(left).empty()) std::this_thread::yield();
+    EXPECT_TRUE(center.hasReceivers());
+    const std::string leftLast = other->uniqueName();
+    other.reset();
+    while (!server->nameOwner(leftLast).empty()) std::this_thread::yield();
+    EXPECT_FALSE(center.hasReceivers());
 }
 
 TEST_F(BusDistributedCenterTest, saysWhyNothingCanBePosted) {

@@ -1,93 +1,26 @@
 #include "server/TuvNodeFactoryServer.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
-#include <atomic>
 #include <fstream>
-#include <functional>
-#include <memory>
 #include <regex>
 #include <set>
 #include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include "LogCapture.h"
-#include "PrivateBus.h"
-#include "ScopedEnvironment.h"
-#include "TempFolder.h"
 #include "platform/UserDefaults.h"
-#include "support/ProtocolNames.h"
+#include "server/ServerTest.h"
 
 namespace kavaro {
 namespace {
 
-constexpr double kPatience = 60;
+using testing::ElementsAre;
 
-// Time that stands still: sleeping costs nothing and is written down.
-class RecordingClock final : public Clock {
-  public:
-    double monotonicSeconds() override { return Clock::system().monotonicSeconds(); }
-    double wallSeconds() override { return Clock::system().wallSeconds(); }
-    void sleep(double) override {}
-};
-
-// A bus of the test's own, with the server's connection and one of a client.
-class ServerTest : public testing::Test {
-  protected:
-    void SetUp() override {
-        BusError error;
-        std::shared_ptr<Bus> connection = Bus::open(_bus.address(), &error);
-        ASSERT_TRUE(connection) << error.message;
-        TuvKavaroProxy::setDefaultConnection(connection);
-        _client = Bus::open(_bus.address(), &error);
-        ASSERT_TRUE(_client) << error.message;
-        _surroundings.clock = &_clock;
-        _surroundings.durations.liveness = 3600;
-        _surroundings.durations.shutdownDelay = 0.001;
-        _surroundings.factoryDurations.setUpPause = 0;
-        _surroundings.factoryDurations.notificationInterval = 0;
-        use();
-    }
-    void use() { TuvNodeFactoryServer::setSurroundings(_surroundings); }
-
-    TuvNodeFactoryServer* server() { return TuvNodeFactoryServer::sharedInstance(); }
-
-    BusReply call(std::string_view member, const std::vector<BusValue>& arguments = {}) {
-        BusReply result;
-        bool done = false;
-        _client->callAsync(bus::kServerName, bus::kServerPath, bus::kServerInterface, member, arguments, kPatience,
-                           [&](BusReply reply) {
-                               result = std::move(reply);
-                               done = true;
-                           });
-        EXPECT_TRUE(RunLoop::main().runUntil([&] { return done; }, kPatience));
-        return result;
-    }
-
-    void publishClient() {
-        BusError error;
-        ASSERT_TRUE(_client->publish(
-            bus::kClientPath,
-            "<node><interface name='org.kavaro.Kavaro.Client'><method name='versionInfo'>"
-            "<arg type='a{sv}' direction='out'/></method></interface></node>",
-            [](const BusCall&) {
-                return BusReply{{BusValue::dictionary({{"version", BusValue::string("1")}})}, {}};
-            },
-            &error));
-        ASSERT_TRUE(_client->requestName(bus::kClientName, &error));
-    }
-
-    TempFolder _folder;
-    ScopedEnvironment _home{"XDG_CONFIG_HOME", _folder.path()};
-    LogCapture _log;
-    PrivateBus _bus;
-    // The engine's threads outlive the test, and so does what they look at.
-    static inline RecordingClock& _clock = *new RecordingClock;
-    TuvNodeFactoryServer::Surroundings _surroundings;
-    std::unique_ptr<Bus> _client;
-};
+TEST(ServerDurations, productionDurationsAreTheServersOwn) {
+    const TuvNodeFactoryServer::Durations production;
+    EXPECT_EQ(production.liveness, 360);
+    EXPECT_EQ(production.shutdownDelay, 0.1);
+    EXPECT_EQ(production.runSlice, 5.0);
+}
 
 TEST_F(ServerTest, RegistersItsNameAndAnswers) {
     ASSERT_NE(server(), nullptr);
@@ -110,17 +43,52 @@ TEST_F(ServerTest, IsOneServer) {
     EXPECT_EQ(first->timerCount(), 2);
 }
 
-TEST_F(ServerTest, AServerThatRunsAlreadyIsFound) {
-    BusError error;
-    ASSERT_TRUE(_client->publish(
-        bus::kServerPath,
-        "<node><interface name='org.kavaro.Kavaro.NodeFactoryServer'><method name='versionInfo'>"
-        "<arg type='a{sv}' direction='out'/></method></interface></node>",
-        [](const BusCall&) {
-            return BusReply{{BusValue::dictionary({{"version", BusValue::string("1")}})}, {}};
-        },
-        &error));
-    ASSERT_TRUE(_client->requestName(bus::kServerName, &error));
+// Configured when it is made and when it runs: two timers by the time the loop begins.
+TEST_F(ServerTest, StartsInItsOrder) {
+    TuvLog::setDefaultLevel(LogLevel::debug);
+    TuvNodeFactoryServer* made = server();
+    EXPECT_THAT(emptyLines(), ElementsAre("isServerRunning", "configureServer"));
+    const std::string timer = std::to_string(made->timer());
+    EXPECT_EQ(_log.count(LogLevel::debug,
+                         "Did reschedule a new timer (" + timer + ") to fire after (360) seconds [1 invocations]."),
+              1);
+    RunLoop::main().stop();
+    made->runServer();
+    EXPECT_EQ(made->timerCount(), 2);
+    EXPECT_EQ(_log.count(LogLevel::debug, "seconds [2 invocations]."), 1);
+    EXPECT_THAT(emptyLines(), ElementsAre("isServerRunning", "configureServer"));
+    EXPECT_EQ(_log.count(LogLevel::info, "Running server ..."), 1);
+    EXPECT_EQ(_log.count(LogLevel::info, "Server has been terminated properly"), 1);
+}
+
+class AnotherServerTest : public ServerTest {
+  protected:
+    void SetUp() override {
+        ServerTest::SetUp();
+        BusError error;
+        ASSERT_TRUE(_client->publish(
+            bus::kServerPath,
+            "<node><interface name='org.kavaro.Kavaro.NodeFactoryServer'><method name='versionInfo'>"
+            "<arg type='a{sv}' direction='out'/></method></interface></node>",
+            [](const BusCall&) {
+                return BusReply{{BusValue::dictionary({{"version", BusValue::string("1")}})}, {}};
+            },
+            &error));
+        ASSERT_TRUE(_client->requestName(bus::kServerName, &error));
+    }
+};
+
+TEST_F(AnotherServerTest, OneThatAnswersIsLeftAlone) {
+    aside([] { EXPECT_EQ(TuvNodeFactoryServer::sharedInstance(), nullptr); });
+    EXPECT_EQ(_log.count(LogLevel::error,
+                         "We just found an existing server instance in this machine. There can be one server instance "
+                         "per machine. This instance will be terminated."),
+              1);
+    EXPECT_EQ(_log.count(LogLevel::error, ""), 1);
+    EXPECT_FALSE(_log.contains("Registering server"));
+}
+
+TEST_F(AnotherServerTest, OneThatHangsKeepsItsName) {
     // The other server answers from this process's loop, which the question does not run: it counts as hung, and the
     // name is taken all the same.
     EXPECT_EQ(server(), nullptr);
@@ -134,6 +102,8 @@ TEST_F(ServerTest, AServerThatRunsAlreadyIsFound) {
 TEST_F(ServerTest, ATimerWithoutClientShutsDown) {
     TuvNodeFactoryServer* made = server();
     made->_checkForUpdatesByTimer(made->timer());
+    EXPECT_THAT(emptyLines(),
+                ElementsAre("isServerRunning", "configureServer", "_checkForUpdatesByTimer:", "createRemoteEnd"));
     EXPECT_TRUE(_log.contains("NO, _remoteObject is nil !!!"));
     EXPECT_TRUE(_log.contains("try (1) to get proxy to server"));
     EXPECT_TRUE(_log.contains("can't get to the other side"));
@@ -181,17 +151,6 @@ TEST_F(ServerTest, AClientKeepsItAlive) {
     publishClient();
     TuvNodeFactoryServer* made = server();
     EXPECT_FALSE(made->remoteEnd());
-    const auto aside = [](const std::function<void()>& action) {
-        std::atomic<bool> done{false};
-        std::thread thread([&] {
-            action();
-            done = true;
-            RunLoop::main().wakeUp();
-            RunLoop::main().performOnMain([] {});
-        });
-        EXPECT_TRUE(RunLoop::main().runUntil([&] { return done.load(); }, kPatience));
-        thread.join();
-    };
     const int count = made->timerCount();
     aside([&] { made->_checkForUpdatesByTimer(made->timer()); });
     EXPECT_TRUE(_log.contains("try (1) to get proxy to server"));
@@ -218,6 +177,59 @@ TEST_F(ServerTest, ShutdownAnswersBeforeItGoes) {
     EXPECT_EQ(_client->nameOwner(bus::kServerName), "");
 }
 
+// First the delay, and when it is over as long a wait for what is under way.
+TEST_F(ServerTest, ShutdownTakesTheDelayTwice) {
+    _surroundings.durations.shutdownDelay = 0.05;
+    use();
+    TuvNodeFactoryServer* made = server();
+    const std::size_t sleeps = _clock.sleeps().size();
+    made->shutdownServer("the test");
+    EXPECT_FALSE(_log.contains("The server will shutdown"));
+    made->runServer();
+    ASSERT_EQ(_clock.sleeps().size(), sleeps + 1);
+    EXPECT_EQ(_clock.sleeps().back(), 0.05);
+}
+
+// A second call schedules a second end, which finds nothing more to do.
+TEST_F(ServerTest, ShutdownTwiceEndsOnce) {
+    TuvNodeFactoryServer* made = server();
+    made->shutdownServer("one");
+    made->shutdownServer("two");
+    made->runServer();
+    RunLoop::main().runUntil([] { return false; }, 0.01);
+    EXPECT_EQ(_log.count("The server will shutdown in 0 seconds"), 1);
+    EXPECT_EQ(_log.count("[one]") + _log.count("[two]"), 4);
+}
+
+// Each command says in the log what it was given.
+TEST_F(ServerTest, CommandsAreLogged) {
+    const std::string tree = _folder.makeFolder("tree");
+    ASSERT_NE(server(), nullptr);
+    _log.clear();
+    const auto linesOfServer = [this] {
+        std::vector<std::string> lines;
+        for (const LogCapture::Line& line : _log.lines())
+            if (line.component == "TuvNodeFactoryServer" && line.level == LogLevel::info)
+                lines.push_back(line.selector + " " + line.text);
+        _log.clear();
+        return lines;
+    };
+    EXPECT_TRUE(call("stopSizing").ok());
+    EXPECT_THAT(linesOfServer(), ElementsAre("stopSizing "));
+    EXPECT_TRUE(call("hasFileSytemChanged", {BusValue::path(tree)}).ok());
+    EXPECT_THAT(linesOfServer(), ElementsAre("hasFileSytemChanged: [" + tree + "]"));
+    EXPECT_TRUE(call("prioritizeNodeWithInodePath", {BusValue::int32(-7), BusValue::path(tree)}).ok());
+    EXPECT_THAT(linesOfServer(), ElementsAre("prioritizeNodeWithInode:path: -7 [" + tree + "]"));
+    EXPECT_TRUE(call("startWorkingAtPath", {BusValue::path(tree + "/gone")}).ok());
+    EXPECT_THAT(linesOfServer(), ElementsAre("startWorkingAtPath: " + tree + "/gone"));
+    EXPECT_TRUE(
+        call("startWorkingAtPathParentInodes", {BusValue::path(tree + "/gone"), BusValue::uint32s({4, 5})}).ok());
+    EXPECT_THAT(linesOfServer(), ElementsAre("startWorkingAtPath:parentInodes: " + tree + "/gone 4, 5"));
+    EXPECT_FALSE(call("startWorkingAtPath", {BusValue::path("relative")}).ok());
+    EXPECT_EQ(_log.count(LogLevel::error, "the path must be an absolute path without a NUL byte"), 1);
+    EXPECT_THAT(linesOfServer(), ElementsAre());
+}
+
 TEST_F(ServerTest, ACompletedJobEndsTheServer) {
     const std::string tree = _folder.makeFolder("tree");
     _folder.write("tree/file", "1234");
@@ -237,6 +249,7 @@ TEST_F(ServerTest, ACompletedJobEndsTheServer) {
               (std::vector<std::string>{"TuvNodeFactoryStartedNotification", "TuvNodeFactoryResolvedNotification",
                                         "TuvNodeFactoryCompletedNotification"}));
     EXPECT_TRUE(_log.contains("Server has been terminated properly"));
+    EXPECT_EQ(emptyLines().back(), "_completedNode:");
 }
 
 TEST_F(ServerTest, AnybodysCompletedNotificationEndsTheServer) {
