@@ -4,10 +4,11 @@
 #include <unicode/uchar.h>
 #include <unicode/ustring.h>
 #include <unicode/utf16.h>
-#include <unicode/utf8.h>
 
 #include <algorithm>
 #include <cstring>
+
+#include "platform/CodePoint.h"
 
 namespace kavaro {
 
@@ -17,22 +18,6 @@ constexpr std::uint8_t kFirstNonASCII = 0x80;
 
 constexpr std::uint8_t foldASCII(std::uint8_t byte) {
     return byte >= 'A' && byte <= 'Z' ? static_cast<std::uint8_t>(byte + ('a' - 'A')) : byte;
-}
-
-const std::uint8_t* bytesIn(std::string_view text) {
-    return reinterpret_cast<const std::uint8_t*>(text.data());
-}
-
-// Reads the code point at `position` and moves behind it. Negative for a byte that is not UTF-8; then it moves by one.
-UChar32 nextCodePoint(std::string_view text, std::size_t& position) {
-    const std::uint8_t* bytes = bytesIn(text) + position;
-    // A code point has at most four bytes, and the macro counts in 32 bits.
-    auto length = static_cast<std::int32_t>(std::min<std::size_t>(text.size() - position, U8_MAX_LENGTH));
-    std::int32_t offset = 0;
-    UChar32 codePoint = 0;
-    U8_NEXT(bytes, offset, length, codePoint);
-    position += codePoint < 0 ? 1 : static_cast<std::size_t>(offset);
-    return codePoint;
 }
 
 // One character of a text, folded: UTF-8 of up to three code points, or one byte that is not UTF-8 as it is.
@@ -187,6 +172,10 @@ std::size_t findCaseInsensitive(std::string_view text, std::string_view part, st
         }
     }
     return std::string_view::npos;
+}
+
+bool hasPrefixCaseInsensitive(std::string_view text, std::string_view prefix) {
+    return prefix.empty() || lengthOfMatch(text, folded(prefix)) > 0;
 }
 
 std::string printable(std::string_view text) {

@@ -20,6 +20,7 @@ int caseInsensitiveCompare(std::string_view a, std::string_view b);
 // Position of the first occurrence of `part` in `text` ignoring case, and the length in bytes of what matched there.
 // Only whole characters match. npos and 0 when there is none; an empty part is nowhere.
 std::size_t findCaseInsensitive(std::string_view text, std::string_view part, std::size_t* matchLength);
+bool hasPrefixCaseInsensitive(std::string_view text, std::string_view prefix);
 
 // Looks for one text in many: folds it once, and ASCII names are fast. Never changes; safe from any thread.
 class CaseInsensitiveSearch {
