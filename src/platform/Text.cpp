@@ -45,6 +45,11 @@ class FoldedUnit {
 
   private:
     void fold(UChar32 codePoint) {
+        // Most characters have no case, and the full rules are slow.
+        if (!u_hasBinaryProperty(codePoint, UCHAR_CASE_SENSITIVE)) {
+            U8_APPEND_UNSAFE(_bytes, _size, codePoint);
+            return;
+        }
         UChar source[U16_MAX_LENGTH];
         std::int32_t sourceLength = 0;
         U16_APPEND_UNSAFE(source, sourceLength, codePoint);
@@ -107,6 +112,21 @@ std::size_t lengthOfMatch(std::string_view text, std::string_view key) {
     return position;
 }
 
+// Longer texts are searched character by character; names have up to 255 bytes.
+constexpr std::size_t kLongestFolded = 256;
+
+// Writes the folded text and says whether it is all ASCII; what was written is of no use otherwise. One pass without
+// branches, for the compiler to make vectors of.
+bool foldedIfASCII(std::string_view text, std::uint8_t* result) {
+    std::uint8_t seen = 0;
+    for (std::size_t index = 0; index < text.size(); index++) {
+        auto byte = static_cast<std::uint8_t>(text[index]);
+        seen |= byte;
+        result[index] = foldASCII(byte);
+    }
+    return seen < kFirstNonASCII;
+}
+
 bool steersTerminal(UChar32 codePoint) {
     if (codePoint < 0x20 || (codePoint >= 0x7f && codePoint < 0xa0)) return true;
     if (codePoint < 0x100) return false;
@@ -154,13 +174,30 @@ int caseInsensitiveCompare(std::string_view a, std::string_view b) {
 }
 
 std::size_t findCaseInsensitive(std::string_view text, std::string_view part, std::size_t* matchLength) {
+    return CaseInsensitiveSearch(part).find(text, matchLength);
+}
+
+CaseInsensitiveSearch::CaseInsensitiveSearch(std::string_view part)
+    : _key(folded(part)), _isASCII(std::all_of(_key.begin(), _key.end(), [](char c) { return !(c & 0x80); })) {}
+
+std::size_t CaseInsensitiveSearch::find(std::string_view text, std::size_t* matchLength) const {
+    std::uint8_t foldedText[kLongestFolded];
+    if (text.size() > kLongestFolded || !foldedIfASCII(text, foldedText)) return findByCharacter(text, matchLength);
+    // Folding an ASCII text moves nothing. It can hold no key with other characters, and an empty key is nowhere.
+    const bool possible = _isASCII && !_key.empty();
+    const std::string_view whole(reinterpret_cast<const char*>(foldedText), text.size());
+    const std::size_t position = possible ? whole.find(_key) : std::string_view::npos;
+    if (matchLength) *matchLength = position == std::string_view::npos ? 0 : _key.size();
+    return position;
+}
+
+std::size_t CaseInsensitiveSearch::findByCharacter(std::string_view text, std::size_t* matchLength) const {
     if (matchLength) *matchLength = 0;
-    if (part.empty()) return std::string_view::npos;
-    const std::string key = folded(part);
+    if (_key.empty()) return std::string_view::npos;
     for (std::size_t position = 0; position < text.size();) {
         auto first = static_cast<std::uint8_t>(text[position]);
-        if (first >= kFirstNonASCII || foldASCII(first) == static_cast<std::uint8_t>(key[0])) {
-            if (std::size_t length = lengthOfMatch(text.substr(position), key)) {
+        if (first >= kFirstNonASCII || foldASCII(first) == static_cast<std::uint8_t>(_key[0])) {
+            if (std::size_t length = lengthOfMatch(text.substr(position), _key)) {
                 if (matchLength) *matchLength = length;
                 return position;
             }
