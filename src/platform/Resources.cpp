@@ -14,14 +14,8 @@ struct Folder {
     std::string path;
 };
 
-std::string folderOfProgram() {
-    std::string app = executablePath();  // Kavaro.app/Contents/Linux/kavaro
-    for (int i = 0; i < 3; ++i) app = stringByDeletingLastPathComponent(app);
-    return lastPathComponent(app) == "Kavaro.app" ? stringByAppendingPathComponent(app, "Resources") : "";
-}
-
 Folder& folder() {
-    static Folder folder{{}, folderOfProgram()};
+    static Folder folder{{}, resourcesFolder(executablePath())};
     return folder;
 }
 
@@ -30,6 +24,14 @@ Folder& folder() {
 std::string resourcesFolder() {
     std::lock_guard lock(folder().mutex);
     return folder().path;
+}
+
+std::string resourcesFolder(const std::string& executablePath) {
+    std::string base = executablePath;  // Kavaro.app/Contents/Linux/kavaro
+    for (int i = 0; i < 3; ++i) base = stringByDeletingLastPathComponent(base);
+    const std::string last = lastPathComponent(base);
+    if (last == "Kavaro.app") return stringByAppendingPathComponent(base, "Resources");
+    return last == "trunk" ? stringByAppendingPathComponent(base, "Applications/Kavaro") : "";
 }
 
 void setResourcesFolder(std::string path) {

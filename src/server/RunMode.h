@@ -4,8 +4,7 @@
 
 namespace kavaro {
 
-// The log configuration that belongs to an executable. Its base folder is its path less three components: an installed
-// "Kavaro.app" has Resources/TuvLog.plist, a checkout "trunk" Applications/Kavaro/TuvLog.plist; anything else none.
+// The log configuration that belongs to an executable: its resource "TuvLog.plist". Empty when it has no resources.
 std::string logConfigurationPath(const std::string& executablePath);
 
 // True when the default "standardLog" is there and YES: a normal process, otherwise a daemon.
