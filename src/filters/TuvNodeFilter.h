@@ -24,6 +24,7 @@ namespace kavaro {
 class TuvNodeFilter : public TuvObject, public NodeFilterRule {
   public:
     enum FileType : std::uint32_t { kAnyType = 0, kFile = 1, kFolder = 2, kLink = 3 };
+    static constexpr std::string_view kSeparatorTitle = "---";
     struct SizeRange {
         std::uint64_t minimum = 0;  // bytes; both ends pass
         std::uint64_t maximum = Tuv_TB;

@@ -128,7 +128,9 @@ bool TuvNode::mergeNode(const TuvNode& other) {
 }
 
 bool TuvNode::filterUsing(const NodeFilterRule& filter, bool flag) const {
-    return filter.accepts(*this, flag);
+    if (!filter.accepts(*this, flag)) return false;
+    if (tuvNodeLog.traceOn()) TuvLog::trace(tuvNodeLog, "filterUsing", "Match found [%@]", filePath());
+    return true;
 }
 
 }  // namespace kavaro

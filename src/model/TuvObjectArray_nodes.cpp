@@ -110,6 +110,10 @@ TuvRef<TuvObjectArray> TuvObjectArray::filterUsing(const NodeFilterRule& filter,
     return passed;
 }
 
+TuvRef<TuvObjectArray> TuvObjectArray::filterUsing(const NodeFilterRule* filter, signed char flag) const {
+    return filterUsing(*filter, flag != 0);
+}
+
 TuvRef<TuvObjectArray> TuvObjectArray::toArraysInChunks(int length) const {
     length = std::max(length, 1);
     auto chunks = make<TuvObjectArray>();
