@@ -47,6 +47,7 @@ void TreeAssembler::takeIn(TuvDirNode* folder) {
     _counts.physicalSize += folder->files()->physicalSize();
     _placeholders += static_cast<std::uint64_t>(folder->folderCount());
     _lastName = folder->fileName();
+    _lastInode = folder->inode();
     _waiting.emplace(folder->inode(), TuvRef<TuvDirNode>::share(folder));
 }
 
@@ -74,7 +75,9 @@ TuvDirNode* TreeAssembler::firstUnfinished() const {
 
 std::string TreeAssembler::lastFolder() const {
     const TuvDirNode* top = _complete ? nullptr : firstUnfinished();
-    if (!top) return _lastName;
+    // A subfolder of the root itself arrives when all below it has.
+    const bool isOfRoot = _finished > 0 && _root->folders()->folderAtIndex(_finished - 1)->inode() == _lastInode;
+    if (!top || isOfRoot) return _lastName;
     return std::string(top->fileName()) + "/.../" + _lastName;
 }
 

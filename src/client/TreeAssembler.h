@@ -49,6 +49,7 @@ class TreeAssembler {
     TuvRef<TuvDirNode> _root;
     Waiting _waiting;  // arrived, parent not yet
     std::string _lastName;
+    std::uint32_t _lastInode = 0;
     Counts _counts;
     std::uint64_t _placeholders = 0;  // in the folders that arrived
     mutable int _finished = 0;        // children of the root before this one have all arrived

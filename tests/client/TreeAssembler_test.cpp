@@ -184,5 +184,18 @@ TEST(TreeAssembler, TellsTheFolderThatIsBeingSized) {
     }
 }
 
+TEST(TreeAssembler, ASubfolderOfTheRootIsInNoOther) {
+    TuvRef<TuvDirNode> root = FakeTree::root("/flat", 1);
+    for (std::uint32_t i = 0; i < 5; ++i) FakeTree::addFolder(*root, "d" + std::to_string(i), i + 2);
+    FakeTree::resolve(*root);
+    TreeDelivery delivery(std::move(root));
+    TreeAssembler assembler;
+    assembler.start(delivery.startedRoot());
+    for (std::size_t i = 5; i-- > 0;) {  // in the root's order
+        deliver(assembler, delivery, i, i + 1);
+        EXPECT_EQ(assembler.lastFolder(), delivery.order()[i]->fileName());
+    }
+}
+
 }  // namespace
 }  // namespace kavaro

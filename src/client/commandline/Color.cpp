@@ -26,10 +26,15 @@ int byteOf(float component) {
 
 }  // namespace
 
+bool isDumbTerminal() {
+    const std::string terminal = environmentVariable("TERM");
+    return terminal.empty() || terminal == "dumb";
+}
+
 ColorDepth colorDepth(ColorChoice choice, bool isTerminal) {
     if (choice == ColorChoice::never) return ColorDepth::none;
     if (choice == ColorChoice::automatic &&
-        (!isTerminal || !environmentVariable("NO_COLOR").empty() || environmentVariable("TERM") == "dumb")) {
+        (!isTerminal || !environmentVariable("NO_COLOR").empty() || isDumbTerminal())) {
         return ColorDepth::none;
     }
     const std::string colors = environmentVariable("COLORTERM");

@@ -9,6 +9,9 @@ namespace kavaro {
 enum class ColorChoice { automatic, always, never };
 enum class ColorDepth { none, palette, full };  // palette: the 256 colours that terminals agree on
 
+// What TERM says of the terminal: it cannot be steered, or nothing.
+bool isDumbTerminal();
+
 // Looks at NO_COLOR, TERM and COLORTERM. `always` overrules NO_COLOR.
 ColorDepth colorDepth(ColorChoice choice, bool isTerminal);
 

@@ -28,16 +28,17 @@ void writeAll(int fd, std::string_view text) {
 void LiveLine::show(const MeasurementProgress& progress) {
     const double now = _clock.monotonicSeconds();
     if (_isShown && now - _lastDrawn < kInterval) return;
+    const int columns = _columns();
+    if (columns < 0) return;
     _lastDrawn = now;
     _isShown = true;
-    const int columns = _columns();
     // The last column stays free: some terminals go to the next line when it is filled.
     const std::size_t room = static_cast<std::size_t>(columns > 1 ? columns : TableOptions::kNarrowest) - 1;
     writeAll(_fd, std::string(kEraseLine) + text(progress, room));
 }
 
 void LiveLine::erase() {
-    if (_isShown) writeAll(_fd, kEraseLine);
+    if (_isShown && _columns() >= 0) writeAll(_fd, kEraseLine);
     _isShown = false;
 }
 
@@ -54,7 +55,8 @@ double LiveLine::rate(const MeasurementProgress& progress) {
 }
 
 std::string LiveLine::text(const MeasurementProgress& progress, std::size_t columns) {
-    std::string line = grouped(progress.folders) + " folders, " + compactStringFromSize(progress.physicalSize);
+    std::string line = grouped(progress.folders) + (progress.folders == 1 ? " folder, " : " folders, ") +
+                       compactStringFromSize(progress.physicalSize);
     const std::string speed = ", " + grouped(static_cast<std::uint64_t>(std::llround(rate(progress)))) + " folders/s";
     if (displayWidth(line) + displayWidth(speed) <= columns) line += speed;
     const std::size_t used = displayWidth(line) + 2;

@@ -14,7 +14,8 @@ class LiveLine {
   public:
     static constexpr double kInterval = 0.1;  // seconds
 
-    // Writes to `fd`, which must be a terminal. `columns` is asked before each drawing, as windows change.
+    // Writes to `fd`, which must be a terminal. `columns` is asked before each drawing, as windows change; less than 0
+    // says that the terminal is not ours now.
     LiveLine(int fd, std::function<int()> columns, Clock& clock)
         : _fd(fd), _columns(std::move(columns)), _clock(clock) {}
     LiveLine(const LiveLine&) = delete;

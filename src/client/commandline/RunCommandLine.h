@@ -19,7 +19,7 @@ struct CommandContext {
     bool outputIsTerminal = false;
     bool errorIsTerminal = false;
     std::function<int()> outputColumns;  // of the terminals; 0 when unknown
-    std::function<int()> errorColumns;
+    std::function<int()> errorColumns;   // less than 0 while this process is in the terminal's background
     Clock* clock = nullptr;
     std::function<int()> signalCount;          // termination signals caught so far
     std::function<void(bool)> setLeaveAtOnce;  // while true, a signal ends the process with 130 by itself

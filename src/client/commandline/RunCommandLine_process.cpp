@@ -4,6 +4,7 @@
 
 #include <iterator>
 
+#include "client/commandline/Color.h"
 #include "client/commandline/RunCommandLine.h"
 #include "platform/Environment.h"
 #include "platform/Localization.h"
@@ -21,6 +22,12 @@ void occupyStandardDescriptors() {
         const int opened = open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
         if (opened >= 0 && opened != fd) close(opened);
     }
+}
+
+// False while a shell has put this process into the background of its terminal.
+bool isInForeground(int terminal) {
+    const pid_t group = tcgetpgrp(terminal);
+    return group < 0 || group == getpgrp();
 }
 
 extern "C" void leaveAtOnce(int) {
@@ -54,9 +61,9 @@ int runCommandLine(int argc, char** argv) {
     RunLoop::leaveAtSignal(2, kExitInterrupted);  // also where nobody asks for the first one, as while connecting
     CommandContext context;
     context.outputIsTerminal = isTerminal(STDOUT_FILENO);
-    context.errorIsTerminal = isTerminal(STDERR_FILENO);
+    context.errorIsTerminal = isTerminal(STDERR_FILENO) && !isDumbTerminal();
     context.outputColumns = [] { return terminalColumns(STDOUT_FILENO); };
-    context.errorColumns = [] { return terminalColumns(STDERR_FILENO); };
+    context.errorColumns = [] { return isInForeground(STDERR_FILENO) ? terminalColumns(STDERR_FILENO) : -1; };
     context.clock = &Clock::system();
     context.signalCount = [] { return RunLoop::caughtSignalCount(); };
     context.setLeaveAtOnce = setLeaveAtOnce;

@@ -30,6 +30,15 @@ TEST(Color, depthFollowsTheEnvironment) {
     EXPECT_EQ(colorDepth(ColorChoice::never, true), ColorDepth::none);
     environment.set("NO_COLOR", "");  // empty does not count
     EXPECT_EQ(colorDepth(ColorChoice::automatic, true), ColorDepth::palette);
+    environment.set("NO_COLOR", "1");
+    EXPECT_EQ(colorDepth(ColorChoice::automatic, true), ColorDepth::none);
+    EXPECT_EQ(colorDepth(ColorChoice::always, true), ColorDepth::palette);
+    environment.unset("NO_COLOR");
+    for (const char* terminal : {"dumb", ""}) {
+        environment.set("TERM", terminal);
+        EXPECT_EQ(colorDepth(ColorChoice::automatic, true), ColorDepth::none) << terminal;
+        EXPECT_EQ(colorDepth(ColorChoice::always, true), ColorDepth::palette) << terminal;
+    }
 }
 
 TEST(Color, sizes) {

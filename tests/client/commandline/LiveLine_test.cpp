@@ -32,6 +32,27 @@ TEST(LiveLine, showsWhatIsKnown) {
     EXPECT_EQ(drawn.bytes.text(), kErase + "1,000 folders, 3.0 MB, 2,000 folders/s  /usr/share/doc");
 }
 
+TEST(LiveLine, oneFolder) {
+    Drawn drawn;
+    drawn.line.show(progressOf(1, 0.5));
+    EXPECT_EQ(drawn.bytes.text(), kErase + "1 folder, 3.0 MB, 2 folders/s  /usr/share/doc");
+}
+
+TEST(LiveLine, waitsWhileTheTerminalIsNotOurs) {
+    Drawn drawn;
+    drawn.columns = -1;
+    drawn.line.show(progressOf(1000, 0.5));
+    drawn.line.erase();
+    EXPECT_EQ(drawn.bytes.text(), "");
+    drawn.columns = 80;
+    drawn.line.show(progressOf(1000, 0.5));
+    const std::string shown = drawn.bytes.text();
+    EXPECT_NE(shown, "");
+    drawn.columns = -1;
+    drawn.line.erase();
+    EXPECT_EQ(drawn.bytes.text(), shown);
+}
+
 TEST(LiveLine, drawsAtMostTenTimesASecond) {
     Drawn drawn;
     int draws = 0;

@@ -101,6 +101,23 @@ class ProcessTest(unittest.TestCase):
         live = shown.rindex(b"folders/s")
         self.assertIn(b"\r\x1b[K" + self.tree.encode()[:8], shown[live:])  # erased before the result
 
+    def test_no_live_line_on_a_dumb_terminal_or_from_the_background(self):
+        def take_terminal():
+            os.setsid()
+            fcntl.ioctl(0, termios.TIOCSCTTY, 0)
+
+        for name, job in (("dumb", '"$0" size --embedded "$1"'), ("xterm", '"$0" size --embedded "$1" & wait')):
+            terminal = Terminal(80)
+            self.addCleanup(terminal.close)
+            process = subprocess.Popen(["bash", "-c", "set -m; " + job + "; echo all''over", KAVARO, self.tree],
+                                       stdin=terminal.slave, stdout=terminal.slave, stderr=terminal.slave,
+                                       env=dict(self.environment, TERM=name), preexec_fn=take_terminal)
+            self.addCleanup(self.end, process)
+            shown = terminal.read_until(b"allover")
+            self.assertIn(b"2,001 files", shown)
+            self.assertNotIn(b"folders/s", shown)
+            self.assertNotIn(b"\x1b[K", shown)
+
     def test_interrupt_shows_what_was_measured(self):
         terminal = Terminal(80)
         self.addCleanup(terminal.close)
