@@ -83,7 +83,7 @@ void Job::noteStart(const BusReply& reply) {
     _startAnswered = true;
     _lastSign = now();
     if (!reply.ok())
-        _refusal = reply.error.message.empty() ? reply.error.name : reply.error.message;
+        _refusal = printable(reply.error.message.empty() ? reply.error.name : reply.error.message);
     else if (!_reader.hasStarted())
         _refusal = "it is no folder any more";
 }

@@ -73,21 +73,20 @@ void ServerConnection::endServerProcess() {
 
 bool ServerConnection::join(const std::string& kind, bool* nameTaken, std::string* failure) {
     BusError error;
+    const std::string name = "bus \"" + printable(kind) + "\": ";
     std::unique_ptr<Bus> bus = Bus::open(kind, &error, kind == "session" ? kSessionBusSeconds : kBusSeconds);
     if (!bus) {
-        *failure =
-            "bus \"" + kind + "\": " + error.message + ". Give another one with --bus, or none for a private one.";
+        *failure = name + printable(error.message) + ". Give another one with --bus, or none for a private one.";
         return false;
     }
     if (!bus->publish(bus::kClientPath, kClientIntrospection, answerClientCall, &error)) {
-        *failure = "bus \"" + kind + "\": " + error.message;
+        *failure = name + printable(error.message) + ". Use --embedded to measure without a bus.";
         return false;
     }
     if (!bus->requestName(bus::kClientName, &error)) {
         *nameTaken = !error.isSet();
-        *failure = "bus \"" + kind + "\": " +
-                   (*nameTaken ? std::string("another client is at work there. Wait for it, or leave out --bus.")
-                               : error.message);
+        *failure = name + (*nameTaken ? "another client is at work there. Wait for it, or leave out --bus."
+                                      : printable(error.message) + ". Use --embedded to measure without a bus.");
         return false;
     }
     bus->watchName(bus::kServerName, [this](const std::string& owner) { _server = owner; });
@@ -119,9 +118,9 @@ bool ServerConnection::startPrivateBus(std::string* address, std::string* failur
     }
     const auto line = _busDaemon->readLine(kStartSeconds);
     if (!line || line->empty()) {
-        const bool ended = _busDaemon->waitForEnd(0) && _busDaemon->hasEnded(&reason);
+        const bool ended = _busDaemon->waitForEnd(kKilledSeconds) && _busDaemon->hasEnded(&reason);
         *failure = std::string(kBusDaemon) + ": " + (ended ? "it ended with " + reason : "no address within the time") +
-                   ". Install dbus-daemon again, or use --embedded.";
+                   ". See whether /tmp can be written, where its socket goes, or use --embedded.";
         return false;
     }
     *address = *line;
@@ -202,7 +201,7 @@ bool ServerConnection::checkServer(const Interrupted& interrupted, std::string* 
     if (!callAndWait(server, bus::kServerPath, bus::kServerInterface, "versionInfo", {}, interrupted, &reply))
         return false;
     if (reply.ok()) return true;
-    *failure = "the server does not answer: " + reply.error.message;
+    *failure = "the server does not answer: " + printable(reply.error.message);
     BusReply process;
     if (!callAndWait("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
                      "GetConnectionUnixProcessID", {BusValue::string(server)}, interrupted, &process))

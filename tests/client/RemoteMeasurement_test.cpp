@@ -203,10 +203,10 @@ TEST_F(RemoteMeasurementTest, AServerThatStartsNothing) {
 
 TEST_F(RemoteMeasurementTest, AServerThatRefuses) {
     _server = std::make_unique<FakeServer>(_daemon.address(), [](const BusCall&) {
-        return BusReply{{}, {"org.freedesktop.DBus.Error.AccessDenied", "not for you"}};
+        return BusReply{{}, {"org.freedesktop.DBus.Error.AccessDenied", "not \x1b[31mfor you"}};
     });
     const Measurement measurement = measure();
-    EXPECT_NE(measurement.failure.find("not for you"), std::string::npos) << measurement.failure;
+    EXPECT_NE(measurement.failure.find("not \\x1b[31mfor you"), std::string::npos) << measurement.failure;
 }
 
 TEST_F(RemoteMeasurementTest, AServerThatVanishesInTheMiddle) {

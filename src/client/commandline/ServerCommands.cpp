@@ -1,5 +1,6 @@
 #include "client/commandline/Commands.h"
 #include "client/commandline/Output.h"
+#include "platform/Text.h"
 #include "support/TuvLog.h"
 #include "support/Version.h"
 
@@ -28,7 +29,7 @@ int runVersion(const std::string& bus, const CommandContext& context) {
     std::string text = std::string("kavaro ") + KAVARO_VERSION + "\n";
     const ServerControl::Answer answer = controlOf(bus, context)->version();
     if (answer.isRunning) {
-        text += "kavarod " + answer.version + "\n";
+        text += "kavarod " + printable(answer.version) + "\n";
     } else if (answer.failure.empty()) {
         text += "kavarod is not running\n";
     }

@@ -4,6 +4,7 @@
 #include "client/commandline/EmbeddedMeasurement.h"
 #include "platform/Bus.h"
 #include "platform/RunLoop.h"
+#include "platform/Text.h"
 #include "support/ProtocolNames.h"
 
 namespace kavaro {
@@ -33,7 +34,7 @@ class BusServerControl final : public ServerControl {
         const BusReply reply = call("shutdownServer", {BusValue::string("kavaro stop")});
         if (!reply.ok()) return failed(reply);
         if (!RunLoop::main().runUntil([this] { return _server.empty() || _bus->isClosed(); }, kAnswerSeconds))
-            answer.failure = "the server does not end. Look for it with: pgrep -a kavarod";
+            answer.failure = "the server does not end. Look for it with: pgrep -a kavarod.";
         return answer;
     }
 
@@ -43,7 +44,9 @@ class BusServerControl final : public ServerControl {
         BusError error;
         _bus = Bus::open(_kind, &error);
         if (!_bus) {
-            if (_kind != "session") answer->failure = "bus \"" + _kind + "\": " + error.message;
+            if (_kind != "session")
+                answer->failure = "bus \"" + printable(_kind) + "\": " + printable(error.message) +
+                                  ". Give another one with --bus, or none for the session bus.";
             return false;
         }
         _server = _bus->nameOwner(bus::kServerName);
@@ -54,7 +57,9 @@ class BusServerControl final : public ServerControl {
         return _bus->call(_server, bus::kServerPath, bus::kServerInterface, member, arguments, kAnswerSeconds);
     }
     Answer failed(const BusReply& reply) {
-        return {true, {}, "the server does not answer: " + reply.error.message + ". Try again when its job is done."};
+        return {true,
+                {},
+                "the server does not answer: " + printable(reply.error.message) + ". Try again when its job is done."};
     }
 
     const std::string _kind;

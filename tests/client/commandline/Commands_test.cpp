@@ -59,6 +59,11 @@ TEST(Commands, version) {
     run.answer.version = "1.2.3";
     EXPECT_EQ(run.run({"version"}), kExitDone);
     EXPECT_EQ(run.output(), own + "kavarod 1.2.3\n");
+    CommandRun hostile;
+    hostile.answer.isRunning = true;
+    hostile.answer.version = "1\n\x1b]0;x\a";
+    EXPECT_EQ(hostile.run({"version"}), kExitDone);
+    EXPECT_EQ(hostile.output(), own + "kavarod 1\\n\\x1b]0;x\\x07\n");
     CommandRun none;
     EXPECT_EQ(none.run({"version"}), kExitDone);
     EXPECT_EQ(none.output(), own + "kavarod is not running\n");
