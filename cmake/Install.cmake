@@ -1,9 +1,5 @@
 # `cmake --install` puts the one folder Kavaro.app, the same as in the build tree, under the prefix (/opt unless said
 # otherwise), and around it what lets the system find it (InstallSystem.cmake).
-if(CMAKE_INSTALL_PREFIX_INITIALIZED_TO_DEFAULT)
-  set(CMAKE_INSTALL_PREFIX /opt CACHE PATH "Where Kavaro.app goes" FORCE)
-endif()
-
 if(TARGET kavaro AND TARGET kavarod)
   install(TARGETS kavaro kavarod RUNTIME DESTINATION Kavaro.app/Contents/Linux)
   install(DIRECTORY ${CMAKE_BINARY_DIR}/Kavaro.app/Resources DESTINATION Kavaro.app OPTIONAL)
