@@ -65,14 +65,14 @@ std::string options(const CLI::App& app) {
 // The footer of a command's help, its first line ("Examples:") left out.
 std::string examples(const CLI::App& app) {
     const std::string footer = app.get_footer();
-    return ".PP\n.nf\n" + roff(footer.substr(footer.find('\n') + 1)) + "\n.fi\n";
+    return ".nf\n" + roff(footer.substr(footer.find('\n') + 1)) + "\n.fi\n";
 }
 
 std::string commands(const CLI::App& app) {
     std::string text;
     for (const CLI::App* command : CommandLine::commandsOf(app)) {
         text += ".SS \"" + roff(CommandLine::synopsis(*command)) + "\"\n" + roff(command->get_description()) + ".\n";
-        text += options(*command) + examples(*command) + commands(*command);
+        text += options(*command) + ".PP\n" + examples(*command) + commands(*command);
     }
     return text;
 }
@@ -106,8 +106,10 @@ std::string generateManPage(const CommandLine& commandLine) {
     page += std::string(".TH KAVARO 1 \"\" \"kavaro ") + KAVARO_VERSION + "\" \"User Commands\"\n";
     page += section("NAME") + "kavaro \\- shows how folders use the disk\n";
     page += section("SYNOPSIS");
+    const char* separator = "";
     for (const CLI::App* command : CommandLine::commandsOf(app)) {
-        page += bold(CommandLine::synopsis(*command)) + "\n.br\n";
+        page += separator + bold(CommandLine::synopsis(*command)) + "\n";
+        separator = ".br\n";
     }
     page += section("DESCRIPTION") + kDescription;
     page += section("OPTIONS") + options(app);
