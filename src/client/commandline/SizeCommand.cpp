@@ -28,6 +28,7 @@ class SizeCommand {
     SizeCommand(const SizeOptions& options, const CommandContext& context) : _options(options), _context(context) {}
     ~SizeCommand() {
         if (_exportFd >= 0) close(_exportFd);
+        if (_isNewExportFile && _shown == 0) unlink(_options.exportFile->c_str());
     }
     SizeCommand(const SizeCommand&) = delete;
     SizeCommand& operator=(const SizeCommand&) = delete;
@@ -56,7 +57,9 @@ class SizeCommand {
     // to write.
     bool openExportFile() {
         const std::string& name = *_options.exportFile;
-        _exportFd = open(name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+        _exportFd = open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        _isNewExportFile = _exportFd >= 0;
+        if (!_isNewExportFile) _exportFd = open(name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
         if (_exportFd >= 0) return true;
         const std::string reason = errno == EISDIR ? "is a folder" : "cannot be written: " + errorText(errno);
         writeError(_context, errorMessage(name, reason, "--export ncdu takes the name of a file, then one folder"));
@@ -179,6 +182,7 @@ class SizeCommand {
     std::unique_ptr<MeasurementSource> _source;
     std::optional<Output> _output;
     int _exportFd = -1;
+    bool _isNewExportFile = false;
     int _exitCode = kExitDone;
     int _shown = 0;
 };

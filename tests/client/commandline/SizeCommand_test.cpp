@@ -151,6 +151,9 @@ TEST(SizeCommand, anExportThatMeasuredNothingKeepsTheFile) {
     EXPECT_EQ(run.run({"size", "--export", "ncdu", file, run.path}), kExitFailed);
     EXPECT_EQ(run.folder.read("out.json"), "old");
     EXPECT_EQ(run.error(), "kavaro: " + run.path + ": no bus. Start one.\n");
+    const std::string none = run.folder.path("new.json");
+    EXPECT_EQ(run.run({"size", "--export", "ncdu", none, run.path}), kExitFailed);
+    EXPECT_NE(access(none.c_str(), F_OK), 0) << "an empty file is no export";
 }
 
 TEST(SizeCommand, aFailureKeepsWhatWasMeasured) {
