@@ -69,6 +69,12 @@ class TuvDirNode : public TuvNode {
     // Lists the folder again and merges its files by inode, differences in size up to the root. Always true.
     bool diffNodes();
     bool mergeFiles(TuvObjectArray* fresh);  // sorts `fresh`
+    // As for a node; a folder that changed is brought up to date by diffNodes().
+    bool hasFileSytemChanged(const PropertyList& cachedAttributes, int ignored) override;
+    // Merges a fresh listing of the subfolders by inode, which it sorts: those that stay keep their nodes. False when
+    // at least one was added; the folder and all above it are unresolved then. Otherwise the ancestors shrink by what
+    // was removed, while the folder's own sizes grow by it until it is resolved again.
+    bool mergeFolders(TuvObjectArray* fresh);
     // Drops all children; sizes and flags stay, so the folder is not listed again.
     void unloadNodes();
     // Makes ~/.Trash when this folder is the home folder.

@@ -15,6 +15,7 @@
 namespace kavaro {
 
 class NodeFilterRule;
+class PropertyList;
 class TuvDirNode;
 struct TuvNodeBase;
 struct TuvNodeIndex;
@@ -105,10 +106,19 @@ class TuvNode : public TuvObject {
         return filterUsing(*filter, flag != 0);
     }
 
+    // scan/
+    // Both dates are there (seconds since 1970) and the reference is earlier: logged, `label` names the date.
+    static bool hasFileSytemChanged(std::optional<double> current, std::optional<double> reference,
+                                    std::string_view path, std::string_view label);
+    // Held against attributes as fileAttributesAtPath() gave them before: the entry is gone, a file became a folder or
+    // the reverse, or it has a newer date of creation or modification. The number is not used.
+    virtual bool hasFileSytemChanged(const PropertyList& cachedAttributes, int ignored);
+
     // Nodes alive in the process.
     static int instanceCount();
     // User defaults, read and written on every call; a write that fails is logged.
     static bool doNotAutoRemeasure();
+    static bool autoRemeasure();  // not doNotAutoRemeasure()
     static void setDoNotAutoRemeasure(bool flag);
     static bool removeAsSudo();
     static void setRemoveAsSudo(bool flag);

@@ -29,6 +29,10 @@ bool TuvNode::doNotAutoRemeasure() {
     return readFlag("doNotAutoRemeasure", "doNotAutoRemeasure");
 }
 
+bool TuvNode::autoRemeasure() {
+    return !readFlag("autoRemeasure", "doNotAutoRemeasure");
+}
+
 void TuvNode::setDoNotAutoRemeasure(bool flag) {
     writeFlag("setDoNotAutoRemeasure", "doNotAutoRemeasure", flag);
 }

@@ -3,6 +3,18 @@
 
 namespace kavaro {
 
+namespace {
+
+// Sizes are unsigned and every sum is modular, so a difference may be added whichever way it points.
+void addToAncestors(const TuvDirNode& folder, std::uint64_t logical, std::uint64_t physical) {
+    for (TuvDirNode* ancestor = folder.parent(); ancestor; ancestor = ancestor->parent()) {
+        ancestor->setLogicalSize(ancestor->logicalSize() + logical);
+        ancestor->setPhysicalSize(ancestor->physicalSize() + physical);
+    }
+}
+
+}  // namespace
+
 bool TuvDirNode::diffNodes() {
     TuvLog::info(tuvDirNodeLog, "diffNodes", "[%@]", filePath());
     auto freshFiles = make<TuvObjectArray>();
@@ -12,7 +24,6 @@ bool TuvDirNode::diffNodes() {
     return true;
 }
 
-// Sizes are unsigned and every sum is modular, so a difference may be added whichever way it points.
 bool TuvDirNode::mergeFiles(TuvObjectArray* fresh) {
     TuvLog::info(tuvDirNodeLog, "mergeFiles", "[%@]", filePath());
     TuvObjectArray* own = files();
@@ -30,7 +41,7 @@ bool TuvDirNode::mergeFiles(TuvObjectArray* fresh) {
         if (auto* existing = static_cast<TuvNode*>(own->binaryObjectWithID(node->inode()))) {
             changed = existing->mergeNode(*node);  // overwritten, not accumulated
         } else {
-            TuvLog::info(tuvDirNodeLog, "mergeFiles", "Added [%@]", node->filePath());
+            if (tuvDirNodeLog.infoOn()) TuvLog::info(tuvDirNodeLog, "mergeFiles", "Added [%@]", node->filePath());
             pending->addObject(node);
             node->setParent(this);
             changed = true;
@@ -40,7 +51,7 @@ bool TuvDirNode::mergeFiles(TuvObjectArray* fresh) {
     for (int i = 0; i < own->count(); ++i) {
         TuvNode* node = own->nodeAtIndex(i);
         if (fresh->binaryObjectWithID(node->inode())) continue;
-        TuvLog::info(tuvDirNodeLog, "mergeFiles", "Removed [%@]", node->filePath());
+        if (tuvDirNodeLog.infoOn()) TuvLog::info(tuvDirNodeLog, "mergeFiles", "Removed [%@]", node->filePath());
         gone.push_back(i);
         changed = true;
     }
@@ -49,14 +60,55 @@ bool TuvDirNode::mergeFiles(TuvObjectArray* fresh) {
 
     const std::uint64_t newLogical = own->logicalSize() + otherLogical;
     const std::uint64_t newPhysical = own->physicalSize() + otherPhysical;
-    for (TuvDirNode* ancestor = parent(); ancestor; ancestor = ancestor->parent()) {
-        ancestor->setLogicalSize(ancestor->logicalSize() + (newLogical - oldLogical));
-        ancestor->setPhysicalSize(ancestor->physicalSize() + (newPhysical - oldPhysical));
-    }
+    addToAncestors(*this, newLogical - oldLogical, newPhysical - oldPhysical);
     setLogicalSize(newLogical);
     setPhysicalSize(newPhysical);
     if (changed) TuvLog::info(tuvDirNodeLog, "mergeFiles", "Merged [%@]", filePath());
     return true;
+}
+
+bool TuvDirNode::mergeFolders(TuvObjectArray* fresh) {
+    TuvLog::info(tuvDirNodeLog, "mergeFolders", "[%@]", filePath());
+    TuvObjectArray* own = folders();
+    auto pending = make<TuvObjectArray>();
+    fresh->sortByFunction(TuvNode_sortByInode);
+    own->sortByFunction(TuvNode_sortByInode);
+
+    bool changed = false;
+    for (int i = 0; i < fresh->count(); ++i) {
+        TuvDirNode* node = fresh->folderAtIndex(i);
+        if (own->binaryObjectWithID(node->inode())) {
+            if (tuvDirNodeLog.infoOn()) TuvLog::info(tuvDirNodeLog, "mergeFolders", "Merge [%@]", node->filePath());
+            continue;
+        }
+        if (tuvDirNodeLog.infoOn()) TuvLog::info(tuvDirNodeLog, "mergeFolders", "Added [%@]", node->filePath());
+        pending->addObject(node);
+        node->setParent(this);
+        changed = true;
+    }
+    std::uint64_t logicalDelta = 0;
+    std::uint64_t physicalDelta = 0;
+    std::vector<int> gone;
+    for (int i = 0; i < own->count(); ++i) {
+        const TuvDirNode* node = own->folderAtIndex(i);
+        if (fresh->binaryObjectWithID(node->inode())) continue;
+        if (tuvDirNodeLog.infoOn()) TuvLog::info(tuvDirNodeLog, "mergeFolders", "Removed [%@]", node->filePath());
+        logicalDelta -= node->logicalSize();
+        physicalDelta -= node->physicalSize();
+        gone.push_back(i);
+        changed = true;
+    }
+    const bool added = pending->count() > 0;
+    own->removeObjectsAtIndexes(gone);
+    own->addObjectsFromArray(pending.get());
+
+    addToAncestors(*this, logicalDelta, physicalDelta);
+    // The other way round than the ancestors: this is meant so.
+    setLogicalSize(logicalSize() - logicalDelta);
+    setPhysicalSize(physicalSize() - physicalDelta);
+    if (added) setIsResolved(false, true);
+    if (changed) TuvLog::info(tuvDirNodeLog, "mergeFolders", "Merged [%@]", filePath());
+    return !added;
 }
 
 }  // namespace kavaro

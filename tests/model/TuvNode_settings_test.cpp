@@ -41,6 +41,21 @@ TEST_F(TuvNodeSettingsTest, DoNotAutoRemeasure) {
     EXPECT_EQ(logs->count(LogLevel::info, "["), 5);
 }
 
+TEST_F(TuvNodeSettingsTest, AutoRemeasureIsOnUnlessTurnedOff) {
+    ModelLogs logs;
+    EXPECT_TRUE(TuvNode::autoRemeasure());
+    for (const PropertyList& value : {PropertyList(1), PropertyList("1")}) {
+        UserDefaults::standard().setObject("doNotAutoRemeasure", value);
+        EXPECT_FALSE(TuvNode::autoRemeasure()) << value.description();
+    }
+    for (const PropertyList& value : {PropertyList(0), PropertyList(2), PropertyList("no")}) {
+        UserDefaults::standard().setObject("doNotAutoRemeasure", value);
+        EXPECT_TRUE(TuvNode::autoRemeasure()) << value.description();
+    }
+    const std::string on = "TuvNode autoRemeasure: [NO]", off = "TuvNode autoRemeasure: [YES]";
+    EXPECT_EQ(logs.lines(), (Lines{on, off, off, on, on, on}));
+}
+
 TEST_F(TuvNodeSettingsTest, RemoveAsSudoSetsTwoKeys) {
     ModelLogs logs;
     EXPECT_FALSE(TuvNode::removeAsSudo());
