@@ -1,16 +1,8 @@
 #include "client/TreeAssembler.h"
 
+#include "client/TreeTotals.h"
+
 namespace kavaro {
-
-namespace {
-
-// Sums without marking the folder as resolved.
-void sumChildren(TuvDirNode* folder) {
-    folder->setLogicalSize(folder->files()->logicalSize() + folder->folders()->logicalSize());
-    folder->setPhysicalSize(folder->files()->physicalSize() + folder->folders()->physicalSize());
-}
-
-}  // namespace
 
 void TreeAssembler::start(TuvRef<TuvDirNode> root) {
     *this = TreeAssembler();
@@ -90,8 +82,8 @@ void TreeAssembler::hangOrphans() {
         orphan->setParent(home);
     }
     _waiting.clear();
-    if (unfinished) sumChildren(unfinished);
-    sumChildren(_root.get());
+    if (unfinished) sumChildren(*unfinished);
+    sumChildren(*_root);
 }
 
 TuvRef<TuvDirNode> TreeAssembler::takeTree() {

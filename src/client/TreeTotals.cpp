@@ -49,6 +49,11 @@ EntryTotals& EntryTotals::operator-=(const EntryTotals& other) {
     return *this;
 }
 
+void sumChildren(TuvDirNode& folder) {
+    folder.setLogicalSize(folder.files()->logicalSize() + folder.folders()->logicalSize());
+    folder.setPhysicalSize(folder.files()->physicalSize() + folder.folders()->physicalSize());
+}
+
 TreeTotals::TreeTotals(const TuvDirNode& root, int depth) {
     std::vector<Level> levels;
     levels.push_back({&root, 0, ownTotals(root)});

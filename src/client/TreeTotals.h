@@ -20,6 +20,9 @@ struct EntryTotals {
     bool operator==(const EntryTotals&) const = default;
 };
 
+// Gives the folder the sums of its children's sizes as they are now, without marking it as resolved.
+void sumChildren(TuvDirNode& folder);
+
 // Sizes and counts of a measured tree, taken in one pass when it is made: any depth, no recursion, about 20 ns a
 // folder. Folders that were not finished have no sizes of their own; theirs are summed here from what was measured.
 // Keeps numbers for the root and the folders down to `depth` levels below it, about 60 bytes each, and none for the

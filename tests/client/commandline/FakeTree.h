@@ -13,16 +13,15 @@ namespace kavaro {
 struct FakeTree {
     static constexpr std::int64_t kDate = 1709210096;  // 2024-02-29 12:34:56 UTC
 
-    static TuvRef<TuvDirNode> root(std::string_view path, std::uint32_t inode = 2) {
+    static TuvRef<TuvDirNode> root(std::string_view path, std::uint32_t inode = 2, std::int64_t date = kDate) {
         TuvRef<TuvDirNode> made = make<TuvDirNode>();
-        fill(*made, path, inode, kDate);
+        fill(*made, path, inode, date);
         made->setHasLoadNodes();
         return made;
     }
     static TuvDirNode* addFolder(TuvDirNode& parent, std::string_view name, std::uint32_t inode,
                                  std::int64_t date = kDate) {
-        TuvRef<TuvDirNode> made = root(name, inode);
-        fill(*made, name, inode, date);
+        TuvRef<TuvDirNode> made = root(name, inode, date);
         made->setParent(&parent);
         TuvDirNode* folder = made.get();
         parent.folders()->adoptObject(made.leak());
