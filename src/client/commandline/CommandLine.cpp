@@ -143,6 +143,20 @@ void CommandLine::addBus(CLI::App& command) {
     hint(bus, CompletionHint::Kind::words, {"session", "system"});
 }
 
+void CommandLine::addFolders(CLI::App& command, MeasureOptions& options) {
+    CLI::Option* folders = command.add_option("FOLDER", "Folders to measure, one after another");
+    folders->expected(0, CLI::detail::expected_max_vector_size)->allow_extra_args()->type_name("");
+    hint(folders, CompletionHint::Kind::folder);
+    _folderLists[command.get_name()] = {folders, &options};
+}
+
+void CommandLine::addMeasuring(CLI::App& command, MeasureOptions& options) {
+    command.add_flag("--same-file-system", options.sameFileSystem, "Leave out folders on which others are mounted");
+    addBus(command);
+    command.add_flag("--embedded", options.embedded, "Measure in this process, without a server and a bus");
+    command.add_flag("--verbose", options.verbose, "Show the server's log on standard error");
+}
+
 void CommandLine::addSize() {
     SizeOptions& size = _parsed.size;
     CLI::App* command = addCommand(_app, "size", "Measure folders and show what is in them",
@@ -150,11 +164,7 @@ void CommandLine::addSize() {
                                    "  kavaro size --depth 2 --sort date /var /srv\n"
                                    "  kavaro size --json /usr\n"
                                    "  kavaro size --export ncdu usr.json /usr");
-    CLI::Option* folders = command->add_option("FOLDER", "Folders to measure, one after another");
-    folders->expected(0, CLI::detail::expected_max_vector_size)->allow_extra_args()->type_name("");
-    hint(folders, CompletionHint::Kind::folder);
-    _folders = folders;
-
+    addFolders(*command, size);
     command->add_option("--depth", size.depth, "Levels of folders to show (default 1)")
         ->type_name("N")
         ->check(check(checkNumber));
@@ -171,7 +181,6 @@ void CommandLine::addSize() {
     sort->type_name("ORDER")->check(checkWords(kSortWords));
     hint(sort, CompletionHint::Kind::words, kSortWords);
     command->add_flag("--apparent", size.apparent, "Go by logical size instead of the room taken on disk");
-    command->add_flag("--same-file-system", size.sameFileSystem, "Leave out folders on which others are mounted");
     CLI::Option* json = command->add_flag("--json", size.json, "Write JSON: an object, for several folders an array");
     CLI::Option* exported = command->add_option(
         "--export",
@@ -184,9 +193,7 @@ void CommandLine::addSize() {
     CLI::Option* color = command->add_option("--color", _color, "Colours: auto (the default), always or never");
     color->type_name("WHEN")->check(checkWords(kColorWords));
     hint(color, CompletionHint::Kind::words, kColorWords);
-    addBus(*command);
-    command->add_flag("--embedded", size.embedded, "Measure in this process, without a server and a bus");
-    command->add_flag("--verbose", size.verbose, "Show the server's log on standard error");
+    addMeasuring(*command, size);
     command->add_flag("--statistics", size.statistics, "Show the engine's time and the memory used")->group("");
 }
 

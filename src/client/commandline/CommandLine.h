@@ -8,23 +8,19 @@
 
 #include "client/commandline/Color.h"
 #include "client/commandline/EntryWalk.h"
+#include "client/commandline/FolderMeasurements.h"
 
 namespace kavaro {
 
-struct SizeOptions {
-    std::vector<std::string> folders;
+struct SizeOptions : MeasureOptions {
     int depth = 1;
     std::optional<int> top;  // 0 for all
     SortKey sort = SortKey::size;
     ColorChoice color = ColorChoice::automatic;
     bool apparent = false;
-    bool sameFileSystem = false;
     bool json = false;
     bool errors = false;
-    bool embedded = false;
-    bool verbose = false;
     bool statistics = false;
-    std::string bus = "session";            // "session", "system" or an address
     std::optional<std::string> exportFile;  // "-" for standard output
 };
 
@@ -81,7 +77,11 @@ class CommandLine {
     void addDefaults();
     CLI::App* addCommand(CLI::App& parent, const char* name, const char* description, const char* examples);
     void addBus(CLI::App& command);
+    // For commands that measure folders: FOLDER... goes to `options`, as do the options about measuring.
+    void addFolders(CLI::App& command, MeasureOptions& options);
+    void addMeasuring(CLI::App& command, MeasureOptions& options);
     void hint(const CLI::Option* option, CompletionHint::Kind kind, std::vector<std::string> words = {});
+    void finishFolders(const CLI::App& command);
     void finishSize(ParsedCommand& parsed) const;
     bool isKnownCommand(const std::string& word) const;
 
@@ -89,7 +89,11 @@ class CommandLine {
     std::map<const CLI::Option*, CompletionHint> _hints;
     ParsedCommand _parsed;
     int _top = 0;
-    const CLI::Option* _folders = nullptr;
+    struct FolderList {
+        const CLI::Option* option;
+        MeasureOptions* options;  // within _parsed
+    };
+    std::map<std::string, FolderList> _folderLists;  // by the command's name
     const CLI::Option* _export = nullptr;
     const CLI::Option* _topOption = nullptr;
     std::string _sort = "size", _color = "auto";

@@ -89,13 +89,14 @@ ParsedCommand CommandLine::parse(const std::vector<std::string>& arguments) {
         return wrong(_app, "\"" + printable(arguments[0]) + "\" is no command. To measure a folder: kavaro size " +
                                printable(arguments[0]));
     }
-    const bool isSize = !arguments.empty() && arguments[0] == "size";
+    const auto list = arguments.empty() ? _folderLists.end() : _folderLists.find(arguments[0]);
+    const bool takesFolders = list != _folderLists.end();
     // The parser forgets about "--" when a list can be empty: what follows it are folders.
-    auto end = isSize ? std::find(arguments.begin(), arguments.end(), "--") : arguments.end();
+    auto end = takesFolders ? std::find(arguments.begin(), arguments.end(), "--") : arguments.end();
     std::vector<std::string> reversed;
-    for (auto at = arguments.begin(); at != end; ++at) reversed.push_back(isSize ? marked(*at) : *at);
+    for (auto at = arguments.begin(); at != end; ++at) reversed.push_back(takesFolders ? marked(*at) : *at);
     std::reverse(reversed.begin(), reversed.end());
-    if (end != arguments.end()) _parsed.size.folders.assign(end + 1, arguments.end());
+    if (end != arguments.end()) list->second.options->folders.assign(end + 1, arguments.end());
     try {
         _app.parse(std::move(reversed));
     } catch (const CLI::CallForHelp&) {
@@ -106,6 +107,7 @@ ParsedCommand CommandLine::parse(const std::vector<std::string>& arguments) {
         return wrong(reached(_app), reasonOf(error));
     }
     const CLI::App& command = reached(_app);
+    finishFolders(command);
     ParsedCommand parsed = _parsed;
     if (&command == &_app && !_parsed.format.empty()) {
         parsed.kind = Kind::generate;
@@ -119,13 +121,20 @@ ParsedCommand CommandLine::parse(const std::vector<std::string>& arguments) {
     return parsed;
 }
 
+// The folders as they were given: the parser's conversion would take "{}" for an empty list. Those after "--" are
+// there.
+void CommandLine::finishFolders(const CLI::App& command) {
+    const auto list = _folderLists.find(command.get_name());
+    if (list == _folderLists.end()) return;
+    MeasureOptions& options = *list->second.options;
+    const std::vector<std::string> folders = withoutMarks(list->second.option->results());
+    options.folders.insert(options.folders.begin(), folders.begin(), folders.end());
+    options.bus = _parsed.bus;
+}
+
 // What the parser cannot know: which word belongs to --export.
 void CommandLine::finishSize(ParsedCommand& parsed) const {
     SizeOptions& size = parsed.size;
-    // The words as they were given: the parser's conversion would take "{}" for an empty list.
-    const std::vector<std::string> folders = withoutMarks(_folders->results());
-    size.folders.insert(size.folders.begin(), folders.begin(), folders.end());
-    size.bus = parsed.bus;
     if (_topOption->count() > 0) size.top = _top;
     size.sort = _sort == "name"    ? SortKey::name
                 : _sort == "date"  ? SortKey::date

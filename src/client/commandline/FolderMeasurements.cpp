@@ -1,0 +1,91 @@
+#include "client/commandline/FolderMeasurements.h"
+
+#include <errno.h>
+
+#include <optional>
+
+#include "client/commandline/Commands.h"
+#include "client/commandline/LiveLine.h"
+#include "client/commandline/PathArgument.h"
+#include "platform/Environment.h"
+#include "platform/UserDefaults.h"
+#include "support/TuvLog.h"
+
+namespace kavaro {
+
+void FolderMeasurements::fail(int exitCode) {
+    if (_exitCode != kExitInterrupted) _exitCode = exitCode;
+}
+
+void FolderMeasurements::run(const Show& show) {
+    prepareLog();
+    for (const std::string& folder : _options.folders) {
+        if (!measureOne(folder, show) || _exitCode == kExitInterrupted) return;
+    }
+}
+
+void FolderMeasurements::prepareLog() {
+    // Lines of the server arrive by themselves; our own are for --verbose alone.
+    TuvLog::setDestinationEnabled(_options.verbose);
+    if (_options.sameFileSystem && _options.embedded) {
+        UserDefaults::standard().setArguments({"-sameFileSystemOnly", "1"});
+    }
+}
+
+std::unique_ptr<MeasurementSource> FolderMeasurements::makeSource() {
+    if (_options.embedded) return _context.embeddedSource();
+    return _context.remoteSource({_options.bus, _options.verbose, _options.sameFileSystem});
+}
+
+bool FolderMeasurements::measureOne(const std::string& argument, const Show& show) {
+    const bool serverMayReadMore = !_options.embedded && _options.bus != "session";
+    const PathArgument folder = checkFolder(argument, !serverMayReadMore);
+    if (!folder.failure.empty()) {
+        writeError(_context, withProgramName(folder.failure));
+        fail(kExitFailed);
+        return true;
+    }
+    if (!_source) _source = makeSource();
+    Measurement measurement = measure(folder.path);
+    // Whatever the last notification said: something was cut off.
+    measurement.partial |= !measurement.ok();
+    if (measurement.interrupted) fail(kExitInterrupted);
+    if (!measurement.failure.empty()) {
+        writeError(_context, withProgramName(measurement.failure));
+        fail(kExitFailed);
+    } else if (measurement.interrupted) {
+        const char* shown = measurement.root ? "What was measured until then follows" : "";
+        writeError(_context, errorMessage(folder.path, "interrupted", shown));
+    }
+    if (!measurement.root) return true;
+    // Nothing is left to stop on the server, and writing may take long when the reader is slow.
+    _context.setLeaveAtOnce(true);
+    const bool goesOn = show(argument, measurement);
+    _context.setLeaveAtOnce(false);
+    return goesOn;
+}
+
+Measurement FolderMeasurements::measure(const std::string& path) {
+    std::optional<LiveLine> line;
+    if (_context.errorIsTerminal) line.emplace(_context.error, _context.errorColumns, *_context.clock);
+    MeasurementSource::Callbacks callbacks;
+    callbacks.progress = [&](const MeasurementProgress& progress) {
+        if (line) line->show(progress);
+    };
+    callbacks.interrupted = [&] {
+        if (_context.signalCount() == 0) return false;
+        _context.setLeaveAtOnce(true);  // the second one
+        return true;
+    };
+    return _source->measure(path, callbacks);
+}
+
+void FolderMeasurements::finishOutput(Output& output, const std::string& name) {
+    output.flush();
+    if (output.error() == 0 || output.error() == EPIPE) return;
+    const char* advice = output.error() == ENOSPC ? "Make room there or write to another place" : "";
+    writeError(_context, errorMessage(name, "cannot be written: " + errorText(output.error()), advice));
+    fail(kExitFailed);
+}
+
+}  // namespace kavaro

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "client/commandline/Output.h"
+#include "client/commandline/RunCommandLine.h"
+
+namespace kavaro {
+
+// What every command that measures folders takes.
+struct MeasureOptions {
+    std::vector<std::string> folders;
+    std::string bus = "session";  // "session", "system" or an address
+    bool sameFileSystem = false;
+    bool embedded = false;
+    bool verbose = false;
+};
+
+// Measures the folders of one command line, one after another, with the line that tells how far it is, and hands each
+// outcome on. An error with one folder is said and does not keep the others from being measured; the worst exit code
+// counts. Main thread.
+class FolderMeasurements {
+  public:
+    // A folder as it was named, and its outcome with a root. False ends the command: nobody reads on.
+    using Show = std::function<bool(const std::string& argument, Measurement& measurement)>;
+
+    // Both must live as long as this.
+    FolderMeasurements(const MeasureOptions& options, const CommandContext& context)
+        : _options(options), _context(context) {}
+    FolderMeasurements(const FolderMeasurements&) = delete;
+    FolderMeasurements& operator=(const FolderMeasurements&) = delete;
+
+    // While `show` runs, a signal ends the process at once.
+    void run(const Show& show);
+    // Writes out what is left and says when it cannot be written. A reader that has seen enough is no error.
+    void finishOutput(Output& output, const std::string& name = "standard output");
+
+    void fail(int exitCode);
+    int exitCode() const { return _exitCode; }
+
+  private:
+    void prepareLog();
+    std::unique_ptr<MeasurementSource> makeSource();
+    bool measureOne(const std::string& argument, const Show& show);
+    Measurement measure(const std::string& path);
+
+    const MeasureOptions& _options;
+    const CommandContext& _context;
+    std::unique_ptr<MeasurementSource> _source;
+    int _exitCode = kExitDone;
+};
+
+}  // namespace kavaro
