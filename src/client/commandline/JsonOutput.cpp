@@ -6,60 +6,19 @@
 #include <cstdio>
 #include <vector>
 
+#include "client/commandline/JsonFields.h"
 #include "client/commandline/JsonStream.h"
 #include "platform/Environment.h"
-#include "platform/Text.h"
-#include "platform/TextDisplay.h"
 
 namespace kavaro {
 
 namespace {
-
-void writeNumber(JsonWriter& writer, std::string_view key, std::uint64_t value) {
-    writeKey(writer, key);
-    writer.Uint64(value);
-}
-
-void writeTrue(JsonWriter& writer, std::string_view key) {
-    writeKey(writer, key);
-    writer.Bool(true);
-}
-
-void writeSeconds(JsonWriter& writer, std::string_view key, double seconds) {
-    writeKey(writer, key);
-    writer.Double(std::round(seconds * 1000) / 1000);
-}
-
-// `key` and, for bytes that are not UTF-8, `rawKey`.
-void writeText(JsonWriter& writer, std::string_view key, std::string_view rawKey, std::string_view text) {
-    writeKey(writer, key);
-    if (isValidUTF8(text)) {
-        writeString(writer, text);
-        return;
-    }
-    writeString(writer, validUTF8(text));
-    writeKey(writer, rawKey);
-    writeString(writer, base64(bytesOf(text)));
-}
 
 void writeTotals(JsonWriter& writer, const EntryTotals& totals) {
     writeNumber(writer, "logicalSize", totals.logicalSize);
     writeNumber(writer, "physicalSize", totals.physicalSize);
     writeNumber(writer, "files", totals.files);
     writeNumber(writer, "folders", totals.folders);
-}
-
-void writeUnread(JsonWriter& writer, const std::vector<UnreadFolder>& unread) {
-    writeTrue(writer, "lowerBound");
-    writeKey(writer, "unread");
-    writer.StartArray();
-    for (const UnreadFolder& folder : unread) {
-        writer.StartObject();
-        writeText(writer, "path", "pathRaw", folder.path);
-        writeText(writer, "reason", "reasonRaw", folder.reason);
-        writer.EndObject();
-    }
-    writer.EndArray();
 }
 
 void writeStatistics(JsonWriter& writer, const Measurement& measurement) {
@@ -80,12 +39,7 @@ void startEntry(JsonWriter& writer, const EntryRow& row) {
     writeString(writer, row.folder ? "folder" : "file");
     writeNumber(writer, "inode", row.node->inode());
     writeTotals(writer, row.totals);
-    writeKey(writer, "modified");
-    if (row.node->contentModDate() > 0) {
-        writeString(writer, isoTime(row.node->modDate()));
-    } else {
-        writer.Null();
-    }
+    writeModified(writer, *row.node);
     if (row.folder && !row.folder->isResolved()) writeTrue(writer, "partial");
 }
 
@@ -150,7 +104,7 @@ void writeJson(Output& output, const Measurement& measurement, const EntryView& 
     writeTotals(writer, totals.ofRoot());
     writeSeconds(writer, "seconds", measurement.seconds);
     if (measurement.partial) writeTrue(writer, "partial");
-    if (!measurement.unread.empty()) writeUnread(writer, measurement.unread);
+    writeUnread(writer, measurement.unread);
     if (withStatistics) writeStatistics(writer, measurement);
     if (view.depth > 0) {
         ChildrenWriter children(writer, view.depth);

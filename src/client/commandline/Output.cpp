@@ -51,4 +51,8 @@ std::string grouped(std::uint64_t number) {
     return digits;
 }
 
+std::string counted(std::uint64_t number, const char* one, const char* many) {
+    return grouped(number) + " " + (number == 1 ? one : many);
+}
+
 }  // namespace kavaro

@@ -21,10 +21,6 @@ std::string secondsText(double seconds) {
     return text;
 }
 
-std::string counted(std::uint64_t number, const char* one, const char* many) {
-    return grouped(number) + " " + (number == 1 ? one : many);
-}
-
 // Reasons that the rules give, as against those that the disk gives.
 bool isLeftOut(const UnreadFolder& folder) {
     return folder.reason == kReasonPseudoFileSystem || folder.reason == kReasonOtherFileSystem ||
@@ -100,8 +96,7 @@ class Table {
     void writeMissing() {
         const std::vector<UnreadFolder>& unread = _measurement.unread;
         if (unread.empty()) return;
-        const auto leftOut = static_cast<std::uint64_t>(std::count_if(unread.begin(), unread.end(), isLeftOut));
-        const std::uint64_t unreadable = unread.size() - leftOut;
+        const auto [unreadable, leftOut] = countMissing(unread);
         _output.put('\n');
         WrappedLine line(_output, _columns);
         if (unreadable > 0) {
@@ -167,6 +162,11 @@ class Table {
 };
 
 }  // namespace
+
+MissingCounts countMissing(const std::vector<UnreadFolder>& unread) {
+    const auto leftOut = static_cast<std::uint64_t>(std::count_if(unread.begin(), unread.end(), isLeftOut));
+    return {unread.size() - leftOut, leftOut};
+}
 
 void writeTable(Output& output, const Measurement& measurement, const TableOptions& options) {
     Table table(output, measurement, options);
