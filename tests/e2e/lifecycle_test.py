@@ -154,6 +154,19 @@ class Lifecycle(harness.Case):
             self.assertFalse(self.has_owner(harness.SERVER_NAME))
         self.assertEqual(self.server_log().count('Server has been terminated properly'), 3)
 
+    def test_run_modes_are_said_at_the_start(self):
+        self.private_bus()
+        for arguments, mode in (([], 'daemon'), (['-standardLog', 'NO'], 'daemon'),
+                                (['-standardLog', 'YES', '-runAsDataCollector', 'YES'],
+                                 'normal process (not a daemon)')):
+            before = len(self.server_log()) if os.path.exists(os.path.join(self.folder, 'kavarod.log')) else 0
+            server = self.start_server(*arguments)
+            server.terminate()
+            self.assertEqual(server.wait(timeout=harness.PATIENCE), 0)
+            lines = self.server_log()[before:].splitlines()
+            self.assertTrue(lines[0].endswith(f' main() Starting as {mode} ...'), lines[0])
+            self.assertTrue(lines[1].endswith(' main() *********************************************'), lines[1])
+
     def test_server_without_a_bus_ends_with_status_0(self):
         self.environment['DBUS_SESSION_BUS_ADDRESS'] = 'unix:path=' + os.path.join(self.folder, 'no-bus')
         server = subprocess.run([harness.KAVAROD], env=self.environment, capture_output=True, text=True,
