@@ -92,19 +92,6 @@ class ServerTest : public testing::Test {
         return selectors;
     }
 
-    void publishClient() {
-        BusError error;
-        ASSERT_TRUE(_client->publish(
-            bus::kClientPath,
-            "<node><interface name='org.kavaro.Kavaro.Client'><method name='versionInfo'>"
-            "<arg type='a{sv}' direction='out'/></method></interface></node>",
-            [](const BusCall&) {
-                return BusReply{{BusValue::dictionary({{"version", BusValue::string("1")}})}, {}};
-            },
-            &error));
-        ASSERT_TRUE(_client->requestName(bus::kClientName, &error));
-    }
-
     TempFolder _folder;
     ScopedEnvironment _home{"XDG_CONFIG_HOME", _folder.path()};
     LogCapture _log;

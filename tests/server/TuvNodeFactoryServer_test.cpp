@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "platform/UserDefaults.h"
+#include "server/ClientProcess.h"
 #include "server/ServerTest.h"
 
 namespace kavaro {
@@ -146,24 +147,26 @@ TEST_F(ServerTest, WithFileSystemEventsItWaitsForTwentyTimers) {
     EXPECT_TRUE(_log.contains("can't get to the other side"));
 }
 
-// The client answers from this process's loop, so the server's question comes from another thread.
-TEST_F(ServerTest, AClientKeepsItAlive) {
-    publishClient();
+class ServerWithClientTest : public ServerTest {
+  protected:
+    ClientProcess _clientProcess{_bus.address()};
+};
+
+TEST_F(ServerWithClientTest, TheClientKeepsItAlive) {
     TuvNodeFactoryServer* made = server();
     EXPECT_FALSE(made->remoteEnd());
     const int count = made->timerCount();
-    aside([&] { made->_checkForUpdatesByTimer(made->timer()); });
+    made->_checkForUpdatesByTimer(made->timer());
     EXPECT_TRUE(_log.contains("try (1) to get proxy to server"));
     EXPECT_TRUE(made->remoteEnd());
     EXPECT_EQ(made->timerCount(), count + 1);
-    aside([&] { made->_checkForUpdatesByTimer(made->timer()); });
+    made->_checkForUpdatesByTimer(made->timer());
     EXPECT_EQ(made->timerCount(), count + 2);
     EXPECT_EQ(_log.count("to get proxy to server"), 1);
     EXPECT_FALSE(_log.contains("can't get to the other side"));
 
-    _client->releaseName(bus::kClientName);
-    _client->unpublish(bus::kClientPath);
-    aside([&] { made->_checkForUpdatesByTimer(made->timer()); });
+    _clientProcess.end();
+    made->_checkForUpdatesByTimer(made->timer());
     EXPECT_FALSE(made->remoteEnd());
     EXPECT_TRUE(_log.contains("can't get to the other side"));
 }
