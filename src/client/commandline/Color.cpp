@@ -58,19 +58,22 @@ int nearestPaletteColor(int red, int green, int blue) {
     return nearest;
 }
 
-std::string coloredBySize(std::string_view text, std::uint64_t size, ColorDepth depth) {
+std::string colored(std::string_view text, const Color& color, ColorDepth depth) {
     if (depth == ColorDepth::none) return std::string(text);
-    float components[4];
-    TuvNodeFormatter::sizeStringColor(size, &components[0], &components[1], &components[2], &components[3]);
-    const int red = byteOf(components[0]), green = byteOf(components[1]), blue = byteOf(components[2]);
-    std::string colored = "\x1b[38;";
+    const int red = byteOf(color.red), green = byteOf(color.green), blue = byteOf(color.blue);
+    std::string shown = "\x1b[38;";
     if (depth == ColorDepth::full) {
-        colored += "2;" + std::to_string(red) + ";" + std::to_string(green) + ";" + std::to_string(blue);
+        shown += "2;" + std::to_string(red) + ";" + std::to_string(green) + ";" + std::to_string(blue);
     } else {
-        colored += "5;" + std::to_string(nearestPaletteColor(red, green, blue));
+        shown += "5;" + std::to_string(nearestPaletteColor(red, green, blue));
     }
-    colored.append("m").append(text).append("\x1b[0m");
-    return colored;
+    return shown.append("m").append(text).append("\x1b[0m");
+}
+
+std::string coloredBySize(std::string_view text, std::uint64_t size, ColorDepth depth) {
+    Color color;
+    TuvNodeFormatter::sizeStringColor(size, &color.red, &color.green, &color.blue, &color.alpha);
+    return colored(text, color, depth);
 }
 
 }  // namespace kavaro

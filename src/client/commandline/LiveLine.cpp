@@ -6,6 +6,7 @@
 
 #include "client/commandline/Output.h"
 #include "client/commandline/TableOutput.h"
+#include "format/TuvNodeFormatter.h"
 #include "platform/Text.h"
 #include "platform/TextDisplay.h"
 #include "support/StringHelpers.h"
@@ -55,9 +56,12 @@ double LiveLine::rate(const MeasurementProgress& progress) {
 }
 
 std::string LiveLine::text(const MeasurementProgress& progress, std::size_t columns) {
-    std::string line = grouped(progress.folders) + (progress.folders == 1 ? " folder, " : " folders, ") +
+    std::string line = TuvNodeFormatter::byteSizeFormatter(progress.folders) +
+                       (progress.folders == 1 ? " folder, " : " folders, ") +
                        compactStringFromSize(progress.physicalSize);
-    const std::string speed = ", " + grouped(static_cast<std::uint64_t>(std::llround(rate(progress)))) + " folders/s";
+    const std::string speed =
+        ", " + TuvNodeFormatter::byteSizeFormatter(static_cast<std::uint64_t>(std::llround(rate(progress)))) +
+        " folders/s";
     if (displayWidth(line) + displayWidth(speed) <= columns) line += speed;
     const std::size_t used = displayWidth(line) + 2;
     if (!progress.currentFolder.empty() && used + kShortestPath <= columns) {

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <unistd.h>
 
+#include "format/TuvNodeFormatter.h"
 #include "platform/Text.h"
 
 namespace kavaro {
@@ -45,14 +46,8 @@ std::string errorMessage(std::string_view path, std::string_view reason, std::st
     return withProgramName(failureText(path, reason, advice));
 }
 
-std::string grouped(std::uint64_t number) {
-    std::string digits = std::to_string(number);
-    for (std::size_t at = digits.size(); at > 3;) digits.insert(at -= 3, 1, ',');
-    return digits;
-}
-
 std::string counted(std::uint64_t number, const char* one, const char* many) {
-    return grouped(number) + " " + (number == 1 ? one : many);
+    return TuvNodeFormatter::byteSizeFormatter(number) + " " + (number == 1 ? one : many);
 }
 
 }  // namespace kavaro

@@ -38,8 +38,6 @@ std::string errorMessage(std::string_view path, std::string_view reason, std::st
 std::string failureText(std::string_view path, std::string_view reason, std::string_view advice);
 std::string withProgramName(std::string_view failure);
 
-// A number with its digits in groups of three: "1,234,567".
-std::string grouped(std::uint64_t number);
 std::string counted(std::uint64_t number, const char* one, const char* many);  // "1 file", "1,234 files"
 
 }  // namespace kavaro

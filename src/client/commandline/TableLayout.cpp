@@ -92,6 +92,9 @@ std::string TableLayout::nameOf(const TableCells& cells) const {
 }
 
 std::string TableLayout::line(const TableCells& cells) const {
+    const auto inItsColor = [&](const std::string& text, std::uint64_t size) {
+        return cells.isPartial ? colored(text, Color::systemRed(), _color) : coloredBySize(text, size, _color);
+    };
     char share[16];
     std::snprintf(share, sizeof share, "%5.1f%%", std::min(cells.share, 9.999) * 100);
     std::string line = share;
@@ -99,12 +102,12 @@ std::string TableLayout::line(const TableCells& cells) const {
         const std::string bar = barOf(cells.share, _bar);
         const std::size_t width = displayWidth(bar);
         line += ' ';
-        if (width > 0) line += coloredBySize(bar, cells.shownSize, _color);
+        if (width > 0) line += inItsColor(bar, cells.shownSize);
         line += std::string(_bar - std::min(width, _bar), ' ');
     }
     const std::string gap(kGap, ' ');
-    line += gap + coloredBySize(rightAligned(cells.physical, _physical), cells.physicalSize, _color);
-    if (_logical > 0) line += gap + coloredBySize(rightAligned(cells.logical, _logical), cells.logicalSize, _color);
+    line += gap + inItsColor(rightAligned(cells.physical, _physical), cells.physicalSize);
+    if (_logical > 0) line += gap + inItsColor(rightAligned(cells.logical, _logical), cells.logicalSize);
     if (_files > 0) line += gap + rightAligned(cells.files, _files);
     if (_folders > 0) line += gap + rightAligned(cells.folders, _folders);
     return line + gap + nameOf(cells) + "\n";

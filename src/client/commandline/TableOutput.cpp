@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "client/commandline/TableLayout.h"
+#include "format/TuvNodeFormatter.h"
 #include "platform/Catalog.h"
 #include "platform/Environment.h"
 #include "platform/Text.h"
@@ -71,13 +72,15 @@ class Table {
         const std::string second =
             compactStringFromSize(_options.view.apparent ? total.physicalSize : total.logicalSize);
         const std::string lead = _options.view.apparent ? " logical," : " on disk,";
-        const std::string colored = coloredBySize(size, shownSize(total, _options.view), _options.color);
+        const bool isMeasured = _measurement.root->isResolved();
+        const std::string shown =
+            isMeasured ? coloredBySize(size, shownSize(total, _options.view), _options.color)
+                       : colored(size, TuvNodeFormatter::sizeStringColor(_measurement.root.get()), _options.color);
         const std::size_t nameRoom = std::max<std::size_t>(_columns / 2, 16);
         line.add(cutInMiddle(printable(_measurement.path), nameRoom) + ":");
-        line.add(size + lead, colored + lead);
+        line.add(size + lead, shown + lead);
         line.add(bound + second + (_options.view.apparent ? " on disk," : " logical,"));
-        line.add(counted(total.files, "file,", "files,"));
-        line.add(counted(total.folders, "folder,", "folders,"));
+        line.add(trimWhiteSpace(TuvNodeFormatter::filesAndFoldersCount(total.files, total.folders)) + ",");
         line.add(secondsText(_measurement.seconds));
         if (_measurement.partial) line.add("(partial)");
         line.end();
@@ -103,7 +106,8 @@ class Table {
             line.add(counted(unreadable, "folder", "folders") + " could not be read" + (leftOut > 0 ? "," : ";"));
         }
         if (leftOut > 0) {
-            line.add((unreadable > 0 ? grouped(leftOut) : counted(leftOut, "folder", "folders")) +
+            line.add((unreadable > 0 ? TuvNodeFormatter::byteSizeFormatter(leftOut)
+                                     : counted(leftOut, "folder", "folders")) +
                      (leftOut == 1 ? " was left out;" : " were left out;"));
         }
         line.add("the total is a lower bound");
@@ -142,11 +146,11 @@ class Table {
         cells.logical = compactStringFromSize(row.totals.logicalSize);
         cells.physicalSize = row.totals.physicalSize;
         cells.logicalSize = row.totals.logicalSize;
-        cells.files = row.node && !row.folder ? "-" : grouped(row.totals.files);
-        cells.folders = row.node && !row.folder ? "-" : grouped(row.totals.folders);
+        cells.files = row.node && !row.folder ? "-" : TuvNodeFormatter::byteSizeFormatter(row.totals.files);
+        cells.folders = row.node && !row.folder ? "-" : TuvNodeFormatter::byteSizeFormatter(row.totals.folders);
         cells.level = row.level;
         if (!row.node) {
-            cells.name = grouped(row.restCount) + " more";
+            cells.name = TuvNodeFormatter::byteSizeFormatter(row.restCount) + " more";
         } else {
             cells.name = printable(row.node->fileName()) + (row.folder ? "/" : "");
             cells.isPartial = row.folder && !row.folder->isResolved();

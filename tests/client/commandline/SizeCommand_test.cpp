@@ -12,7 +12,7 @@
 namespace kavaro {
 namespace {
 
-constexpr const char* kTotal = ": 5.3 MB on disk, 5.3 MB logical, 4 files, 3 folders, 1.23 s\n";
+constexpr const char* kTotal = ": 5.3 MB on disk, 5.3 MB logical, 4 files and 3 folders, 1.23 s\n";
 
 // A command line over a folder that exists, measured as the small tree.
 struct SizeRun : CommandRun {

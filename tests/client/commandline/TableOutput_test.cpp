@@ -39,7 +39,7 @@ TEST(TableOutput, at40Columns) {
     options.columns = 40;
     EXPECT_EQ("\n" + tableOf(smallMeasurement(), options), R"(
 /data: 5.3 MB on disk, 5.3 MB logical,
-  4 files, 3 folders, 0.50 s
+  4 files and 3 folders, 0.50 s
 
  SHARE         ON DISK   LOGICAL  NAME
  94.4% ████▊    5.0 MB    5.0 MB  big/
@@ -53,7 +53,7 @@ TEST(TableOutput, at80Columns) {
     TableOptions options;
     options.columns = 80;
     EXPECT_EQ("\n" + tableOf(smallMeasurement(), options), R"(
-/data: 5.3 MB on disk, 5.3 MB logical, 4 files, 3 folders, 0.50 s
+/data: 5.3 MB on disk, 5.3 MB logical, 4 files and 3 folders, 0.50 s
 
  SHARE                            ON DISK   LOGICAL  FILES  FOLDERS  NAME
  94.4% ██████████████████████▋     5.0 MB    5.0 MB      2        1  big/
@@ -68,7 +68,7 @@ TEST(TableOutput, at120Columns) {
     options.columns = 120;
     options.view.depth = 3;
     EXPECT_EQ("\n" + tableOf(smallMeasurement(), options), R"(
-/data: 5.3 MB on disk, 5.3 MB logical, 4 files, 3 folders, 0.50 s
+/data: 5.3 MB on disk, 5.3 MB logical, 4 files and 3 folders, 0.50 s
 
  SHARE                            ON DISK     LOGICAL  FILES  FOLDERS  NAME
  94.4% ██████████████████████▋     5.0 MB      5.0 MB      2        1  big/
@@ -86,7 +86,7 @@ TEST(TableOutput, restOfTheEntriesInOneLine) {
     options.columns = 80;
     options.view.top = 1;
     EXPECT_EQ("\n" + tableOf(smallMeasurement(), options), R"(
-/data: 5.3 MB on disk, 5.3 MB logical, 4 files, 3 folders, 0.50 s
+/data: 5.3 MB on disk, 5.3 MB logical, 4 files and 3 folders, 0.50 s
 
  SHARE                            ON DISK   LOGICAL  FILES  FOLDERS  NAME
  94.4% ██████████████████████▋     5.0 MB    5.0 MB      2        1  big/
@@ -99,7 +99,7 @@ TEST(TableOutput, logicalSizes) {
     options.columns = 80;
     options.view.apparent = true;
     EXPECT_EQ("\n" + tableOf(smallMeasurement(), options), R"(
-/data: 5.3 MB logical, 5.3 MB on disk, 4 files, 3 folders, 0.50 s
+/data: 5.3 MB logical, 5.3 MB on disk, 4 files and 3 folders, 0.50 s
 
  SHARE                            ON DISK   LOGICAL  FILES  FOLDERS  NAME
  94.4% ██████████████████████▋     5.0 MB    5.0 MB      2        1  big/
@@ -113,14 +113,15 @@ TEST(TableOutput, depthZeroIsTheTotalAlone) {
     TableOptions options;
     options.view.depth = 0;
     EXPECT_EQ(tableOf(smallMeasurement(), options),
-              "/data: 5.3 MB on disk, 5.3 MB logical, 4 files, 3 folders, 0.50 s\n");
+              "/data: 5.3 MB on disk, 5.3 MB logical, 4 files and 3 folders, 0.50 s\n");
 }
 
 TEST(TableOutput, emptyFolder) {
     Measurement measurement = smallMeasurement();
     measurement.root = FakeTree::root("/data");
     measurement.root->setIsResolved(true);
-    EXPECT_EQ(tableOf(measurement, {}), "/data: 0 bytes on disk, 0 bytes logical, 0 files, 0 folders, 0.50 s\n");
+    EXPECT_EQ(tableOf(measurement, {}),
+              "/data: 0 bytes on disk, 0 bytes logical, zero files and zero folders, 0.50 s\n");
 }
 
 TEST(TableOutput, oneOfEach) {
@@ -130,7 +131,7 @@ TEST(TableOutput, oneOfEach) {
     FakeTree::resolve(*measurement.root);
     TableOptions options;
     options.view.depth = 0;
-    EXPECT_EQ(tableOf(measurement, options), "/data: 0 bytes on disk, 1 byte logical, 1 file, 1 folder, 0.50 s\n");
+    EXPECT_EQ(tableOf(measurement, options), "/data: 0 bytes on disk, 1 byte logical, 1 file and 1 folder, 0.50 s\n");
 }
 
 TEST(TableOutput, missingFoldersMakeALowerBound) {
@@ -140,11 +141,11 @@ TEST(TableOutput, missingFoldersMakeALowerBound) {
     TableOptions options;
     options.view.depth = 0;
     EXPECT_EQ(tableOf(measurement, options),
-              "/data: ≥ 5.3 MB on disk, ≥ 5.3 MB logical, 4 files, 3 folders, 0.50 s\n\n"
+              "/data: ≥ 5.3 MB on disk, ≥ 5.3 MB logical, 4 files and 3 folders, 0.50 s\n\n"
               "2 folders could not be read, 1 was left out; the total is a lower bound (--errors lists them)\n");
     options.listErrors = true;
     EXPECT_EQ(tableOf(measurement, options),
-              "/data: ≥ 5.3 MB on disk, ≥ 5.3 MB logical, 4 files, 3 folders, 0.50 s\n\n"
+              "/data: ≥ 5.3 MB on disk, ≥ 5.3 MB logical, 4 files and 3 folders, 0.50 s\n\n"
               "2 folders could not be read, 1 was left out; the total is a lower bound\n"
               "  /data/big/a: permission\n"
               "  /data/b\\n: read error\n"
@@ -163,9 +164,35 @@ TEST(TableOutput, partialResultsSaySo) {
     options.columns = 80;
     const std::string table = tableOf(measurement, options);
     EXPECT_EQ(table.substr(0, table.find('\n')),
-              "/data: 5.3 MB on disk, 5.3 MB logical, 4 files, 3 folders, 0.50 s (partial)");
+              "/data: 5.3 MB on disk, 5.3 MB logical, 4 files and 3 folders, 0.50 s (partial)");
     EXPECT_NE(table.find("big/ (partial)\n"), std::string::npos);
     EXPECT_EQ(table.find("small/ (partial)"), std::string::npos);
+}
+
+TEST(TableOutput, whatIsNotMeasuredIsRed) {
+    Measurement measurement = smallMeasurement();
+    measurement.root->folderWithFileName("big")->setIsResolved(false, true);
+    measurement.partial = true;
+    TableOptions options;
+    options.columns = 80;
+    options.color = ColorDepth::full;
+    const std::string kRed = "\x1b[38;2;255;0;0m";
+    const std::string table = tableOf(measurement, options);
+    EXPECT_NE(table.find("/data: " + kRed + "5.3 MB\x1b[0m on disk"), std::string::npos) << table;
+    const std::string big = table.substr(table.find("94.4%"), table.find("big/") - table.find("94.4%"));
+    EXPECT_EQ(big.find("\x1b[38;2;99;1;159m"), std::string::npos);  // the colour of megabytes
+    EXPECT_NE(big.find(kRed), std::string::npos);
+    EXPECT_EQ(table.find(kRed, table.find("big/")), std::string::npos);
+}
+
+TEST(TableOutput, foldersWithoutFiles) {
+    Measurement measurement = smallMeasurement();
+    measurement.root = FakeTree::root("/data");
+    FakeTree::addFolder(*measurement.root, "d", 3);
+    FakeTree::resolve(*measurement.root);
+    TableOptions options;
+    options.view.depth = 0;
+    EXPECT_EQ(tableOf(measurement, options), "/data: 0 bytes on disk, 0 bytes logical, and 1 folder, 0.50 s\n");
 }
 
 TEST(TableOutput, noLineIsWiderThanTheTerminal) {
