@@ -7,7 +7,9 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 
+#include "platform/FolderOpener.h"
 #include "platform/Text.h"
 
 namespace kavaro {
@@ -34,9 +36,7 @@ void syncFolder(const std::string& path) {
     close(fd);
 }
 
-}  // namespace
-
-int readWholeFile(int fd, std::string* content) {
+int readAtMost(int fd, std::size_t limit, std::string* content) {
     struct stat info {};
     if (fstat(fd, &info) != 0) return errno;
     if (S_ISDIR(info.st_mode)) return EISDIR;
@@ -50,8 +50,25 @@ int readWholeFile(int fd, std::string* content) {
             if (errno == EINTR) continue;
             return errno;
         }
+        if (static_cast<std::size_t>(length) > limit - content->size()) return EFBIG;
         content->append(buffer, static_cast<std::size_t>(length));
     }
+}
+
+}  // namespace
+
+int readWholeFile(int fd, std::string* content) {
+    return readAtMost(fd, std::numeric_limits<std::size_t>::max(), content);
+}
+
+int readFileAtPath(const std::string& path, std::size_t limit, std::string* content) {
+    if (path.find('\0') != std::string::npos) return ENOENT;
+    constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    const int fd = FolderOpener().open(AT_FDCWD, path, kFlags, FolderOpener::Rule::followLinks);
+    if (fd < 0) return errno;
+    const int error = readAtMost(fd, limit, content);
+    close(fd);
+    return error;
 }
 
 int makePrivateFolder(const std::string& path) {

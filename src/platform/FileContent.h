@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -9,6 +10,8 @@ namespace kavaro {
 
 // Gives the content of an open regular file; EISDIR or EINVAL for what is none.
 int readWholeFile(int fd, std::string* content);
+// The same for a path of any length; links are followed, nothing is waited for. EFBIG for more than `limit` bytes.
+int readFileAtPath(const std::string& path, std::size_t limit, std::string* content);
 // Makes a folder and what is missing above it, for this user alone (0700).
 int makePrivateFolder(const std::string& path);
 // Puts a file (0600) in the place of `path` at once: whoever opens it sees the old content or the whole new one, also
