@@ -81,6 +81,14 @@ class TuvDirNode : public TuvNode {
     void createDotTrashIfNeeded();
     TuvDirNode* trashFolder() const;  // the child named ".Trash", or null
 
+    // cleanup/
+    // New arrays. The language folders of the whole tree, an array of groups of folders: those whose names differ in
+    // letter case or extension alone make one. coalesceLanguages() chooses among them.
+    TuvRef<TuvObjectArray> languages() const;
+    // Files within nib bundles that running applications do not read, by path; not those that a signature covers.
+    // Reads the signature files.
+    TuvRef<TuvObjectArray> nibFiles() const;
+
     // serialization/
     void serialize(ByteBuffer& data, int depth) const override;
     bool deserialize(ByteView data, int* cursor) override;

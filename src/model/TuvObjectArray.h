@@ -107,6 +107,10 @@ class TuvObjectArray : public TuvObject {
     // The folder and all below it, as far as children are loaded, leave the array.
     void removeFoldersFromNodeRecursively(const TuvDirNode* folder);
 
+    // Of TuvDirNode::languages(): one group for each language is left (cleanup/), sorted by display name. Folders
+    // without an English one beside them leave their groups, English and non-localised groups the array.
+    void coalesceLanguages();
+
     // Byte forms (serialization/). A null buffer for an empty array.
     ByteBuffer serialize() const;
     void serialize(ByteBuffer& data, int depth) const;            // mixed form
