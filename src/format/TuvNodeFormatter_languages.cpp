@@ -99,19 +99,26 @@ std::vector<std::string> firstFolderNames(const TuvObjectArray& groups) {
     return names;
 }
 
+// What flags are found by is English, whatever language the names are in: the name in English where there is one.
+LanguageFlagRef flagOf(const Locale& english, std::string_view code, const std::string& name) {
+    return TuvNodeFormatter::loadFlagForLanguageName(english.displayNameForLanguageCode(code).value_or(name));
+}
+
 std::map<std::string, Language> tableOfLanguages() {
     constexpr const char* kSelector = "languageNames";
+    const Locale english("en");
     std::vector<std::string> identifiers = Locale::availableLocaleIdentifiers();
     std::sort(identifiers.begin(), identifiers.end(),
               [](const std::string& a, const std::string& b) { return compare(a, b) < 0; });
     std::map<std::string, Language> table;
     for (const std::string& identifier : identifiers) {
-        const std::optional<std::string> name = lookUp(upTo(identifier, '_'));
+        const std::string_view code = upTo(identifier, '_');
+        const std::optional<std::string> name = lookUp(code);
         if (!name) continue;
         const auto [entry, isNew] = table.try_emplace(lowercaseString(*name));
         if (!isNew) continue;
         TuvLog::debug(tuvNodeFormatterLog, kSelector, "Code [%@], language name [%@]", identifier, *name);
-        entry->second = {*name, {identifier}, TuvNodeFormatter::loadFlagForLanguageName(*name)};
+        entry->second = {*name, {identifier}, flagOf(english, code, *name)};
     }
     for (const auto& [key, language] : table) {
         if (language.languageFlag) continue;

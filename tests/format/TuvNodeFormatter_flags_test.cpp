@@ -130,6 +130,17 @@ TEST_F(TuvNodeFormatterFlags, ofFolderNames) {
     EXPECT_EQ(F::languageIconFromLproj("sv"), F::languageIconFromLproj("Swedish"));  // the table's own
 }
 
+// Languages have other names for another user, but the same flags.
+TEST_F(TuvNodeFormatterFlags, inTheUsersLanguage) {
+    UserOf german("de_DE.UTF-8");
+    FlagResources resources({"Chile.png", "China.png", "Germany.png", "South Korea.png"});
+    EXPECT_EQ(F::languageNameFromLproj("zh-Hans"), "Chinesisch");
+    EXPECT_EQ(fileOf(F::languageIconFromLproj("zh-Hans")), "China.png");
+    EXPECT_EQ(fileOf(F::languageIconFromLproj("de")), "Germany.png");
+    EXPECT_EQ(fileOf(F::languageIconFromLproj("German")), "Germany.png");
+    EXPECT_EQ(fileOf(F::languageIconFromLproj("ko_KR")), "South Korea.png");
+}
+
 TEST_F(TuvNodeFormatterFlags, noFlagIsLogged) {
     FlagResources resources({"Sweden.png"});
     F::languageNames();
