@@ -4,8 +4,10 @@
 #include <limits.h>
 #include <unistd.h>
 
+#include <string_view>
 #include <utility>
 
+#include "platform/Clock.h"
 #include "platform/DiskCatalogIterator.h"
 #include "platform/FileSystemType.h"
 
@@ -89,6 +91,7 @@ DiskCatalog::Location DiskCatalog::locate(const std::string& path) const {
     const std::size_t start = path.find_first_not_of('/', _root.size());
     location.folder = _rootFd;
     location.isRoot = start == std::string::npos;
+    location.isOnRootMount = true;
     location.path = location.isRoot ? "." : path.c_str() + start;
     location.length = location.isRoot ? 1 : path.size() - start;
     return location;
@@ -102,10 +105,74 @@ bool DiskCatalog::reference(const std::string& path, FileReference* result, int*
         return false;
     }
     const Location location = locate(path);
+    const Location nearer = locateNearer(location);
+    if (nearer.waypoint && referenceAt(nearer, result, error)) return true;
+    return referenceAt(location, result, error);
+}
+
+// The same place from a waypoint, when it is far away and there is one.
+DiskCatalog::Location DiskCatalog::locateNearer(const Location& location) {
+    if (!location.isBelowRoot() || location.length <= kLongWay) return location;
+    std::shared_ptr<const Waypoint> waypoint;
+    {
+        std::lock_guard lock(_mutex);
+        waypoint = _waypoint;
+    }
+    const std::string_view path(location.path, location.length);
+    if (waypoint && Clock::system().monotonicSeconds() - waypoint->openedAt > kWaypointSeconds) waypoint = nullptr;
+    if (!waypoint || !path.starts_with(waypoint->path) || path.size() - waypoint->path.size() > kLongWay) {
+        waypoint = openWaypoint(location, std::move(waypoint));
+        std::lock_guard lock(_mutex);
+        _waypoint = waypoint;
+    }
+    if (!waypoint) return location;
+    // What is left must not begin with a slash: it would be absolute.
+    const std::size_t start = path.find_first_not_of('/', waypoint->path.size());
+    if (start == std::string_view::npos) return location;
+    Location nearer;
+    nearer.folder = waypoint->place.fd;
+    nearer.path = location.path + start;
+    nearer.length = location.length - start;
+    nearer.isOnRootMount = waypoint->isOnRootMount;
+    nearer.waypoint = std::move(waypoint);
+    return nearer;
+}
+
+// A folder half of kLongWay above the place, so that the next places on the way down and up need no other. Goes on
+// from the last one when that lies on the way. Null when it cannot be opened.
+std::shared_ptr<const DiskCatalog::Waypoint> DiskCatalog::openWaypoint(const Location& location,
+                                                                       std::shared_ptr<const Waypoint> last) const {
+    const std::string_view path(location.path, location.length);
+    const std::size_t slash = path.rfind('/', path.size() - kLongWay / 2);
+    if (slash == std::string_view::npos) return nullptr;
+    auto waypoint = std::make_shared<Waypoint>();
+    waypoint->path = path.substr(0, slash + 1);
+    waypoint->openedAt = Clock::system().monotonicSeconds();
+    std::size_t start = 0;
+    int from = location.folder;
+    bool mayBeOnRootMount = _opener.usesOpenat2();
+    if (last && waypoint->path.starts_with(last->path)) {
+        start = waypoint->path.find_first_not_of('/', last->path.size());
+        if (start == std::string::npos) return nullptr;
+        from = last->place.fd;
+        mayBeOnRootMount = last->isOnRootMount;
+        waypoint->openedAt = last->openedAt;
+    }
+    const std::string rest = waypoint->path.substr(start);
+    constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW;
+    int& fd = waypoint->place.fd;
+    if (mayBeOnRootMount) fd = _opener.open(from, rest, kFlags, FolderOpener::Rule::sameMount);
+    waypoint->isOnRootMount = fd >= 0;
+    if (fd < 0) fd = _opener.open(from, rest, kFlags, FolderOpener::Rule::noLinks);
+    return fd < 0 ? nullptr : waypoint;
+}
+
+bool DiskCatalog::referenceAt(const Location& location, FileReference* result, int* error) const {
+    *result = {};
     const int flags = kListFlags | (location.isRoot ? 0 : O_NOFOLLOW);
     int fd = -1;
     errno = EXDEV;
-    if (location.isBelowRoot() && _opener.usesOpenat2()) {
+    if (location.isBelowRoot() && location.isOnRootMount && _opener.usesOpenat2()) {
         fd = location.open(_opener, flags, FolderOpener::Rule::sameMount);
         if (fd >= 0) {
             accept(fd, _rootReason, result);

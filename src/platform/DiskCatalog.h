@@ -19,6 +19,8 @@ namespace kavaro {
 // from any thread. Holds one descriptor, the root's, and opens every folder below it by the rest of its path. So no
 // link below the root is ever followed, and a folder that is not on the root's mount shows itself when it is opened,
 // without another call. Folders outside the root (and all of them without a root) are looked at after opening.
+// Folders whose path below the root is longer than kLongWay are opened from a folder on the way that was opened within
+// the last kWaypointSeconds, so that a chain of N folders does not cost N² names; moved meanwhile, it is where it was.
 class DiskCatalog final : public Catalog, public std::enable_shared_from_this<DiskCatalog> {
   public:
     DiskCatalog(const std::string& root, const Options& options, FolderOpener opener = FolderOpener());
@@ -43,6 +45,9 @@ class DiskCatalog final : public Catalog, public std::enable_shared_from_this<Di
     Buffer takeBuffer();
     void giveBuffer(Buffer buffer);
 
+    static constexpr std::size_t kLongWay = 1024;  // bytes
+    static constexpr double kWaypointSeconds = 1;
+
     // What is asked of every entry. Where the kernel does not tell mounts apart, the device stands for the mount.
     static constexpr unsigned kRecordMask = STATX_BASIC_STATS | STATX_MNT_ID;
     static std::uint64_t mountOf(const struct statx& about) {
@@ -55,18 +60,30 @@ class DiskCatalog final : public Catalog, public std::enable_shared_from_this<Di
   private:
     static constexpr std::size_t kKeptBuffers = 8;
 
-    // Where a path starts from: the rest of it below the root's descriptor, or the whole path.
+    // A folder far below the root, and how it was reached.
+    struct Waypoint {
+        std::string path;  // below the root, with its last slash
+        FileReference place;
+        bool isOnRootMount = false;
+        double openedAt = 0;
+    };
+    // Where a path starts from: the rest of it below the root's descriptor or a waypoint's, or the whole path.
     struct Location {
         int folder = AT_FDCWD;
         const char* path = nullptr;
         std::size_t length = 0;
         bool isRoot = false;
+        bool isOnRootMount = false;
+        std::shared_ptr<const Waypoint> waypoint;
         int open(const FolderOpener& opener, int flags, FolderOpener::Rule rule) const {
             return opener.open(folder, path, length, flags, rule);
         }
         bool isBelowRoot() const { return folder != AT_FDCWD; }
     };
     Location locate(const std::string& path) const;
+    Location locateNearer(const Location& location);
+    std::shared_ptr<const Waypoint> openWaypoint(const Location& location, std::shared_ptr<const Waypoint> last) const;
+    bool referenceAt(const Location& location, FileReference* result, int* error) const;
     void accept(int fd, const char* reason, FileReference* result) const;
     bool acceptUnopened(const Location& location, FolderOpener::Rule rule, int openError, FileReference* result,
                         int* error) const;
@@ -82,6 +99,7 @@ class DiskCatalog final : public Catalog, public std::enable_shared_from_this<Di
 
     std::mutex _mutex;
     std::vector<Buffer> _buffers;                // guarded by _mutex
+    std::shared_ptr<const Waypoint> _waypoint;   // guarded by _mutex
     std::unique_ptr<NodeIdentity> _ownIdentity;  // set once, under _mutex
     std::atomic<NodeIdentity*> _identity{nullptr};
 };

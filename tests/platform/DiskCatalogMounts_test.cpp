@@ -156,6 +156,38 @@ TEST_P(DiskCatalogMounts, pseudoFileSystemsAreNotEntered) {
               "");
 }
 
+// Far below the root a folder is opened from another one on the way.
+TEST_P(DiskCatalogMounts, mountsOnALongWayAreSeen) {
+    EXPECT_EQ(inMountedTree([](const MountedTree& tree, const FolderOpener& opener) {
+                  Findings findings;
+                  std::string below = "memory";
+                  for (int i = 0; i < 40; ++i) {
+                      below += "/" + std::string(50, 'n');
+                      mkdir(tree.path(below).c_str(), 0755);
+                  }
+                  const std::string deeper = below + "/mounted", inside = deeper + "/" + std::string(50, 'n');
+                  mkdir(tree.path(deeper).c_str(), 0755);
+                  findings.expect(mount("tmpfs", tree.path(deeper).c_str(), "tmpfs", 0, nullptr) == 0, "mount");
+                  mkdir(tree.path(inside).c_str(), 0755);
+                  for (const std::string root : {"", "memory"}) {
+                      auto catalog = make(tree.path(root), {}, opener);
+                      for (const std::string& name : {below, deeper, inside})
+                          findings.expect(excludedReason(*catalog, tree.path(name)).empty(), root + ": is opened");
+                      findings.expect(listPath(*catalog, tree.path(deeper)).entries.size() == 1, root + ": is listed");
+                      Catalog::Options options;
+                      options.sameFileSystemOnly = true;
+                      catalog = make(tree.path(root), options, opener);
+                      const std::string reason = root.empty() ? kReasonOtherFileSystem : "";
+                      findings.expect(excludedReason(*catalog, tree.path(below)) == reason, root + ": below");
+                      for (const std::string& name : {deeper, inside})
+                          findings.expect(excludedReason(*catalog, tree.path(name)) == kReasonOtherFileSystem,
+                                          root + ": left out");
+                  }
+                  return findings.text();
+              }),
+              "");
+}
+
 TEST_P(DiskCatalogMounts, aRootOnAPseudoFileSystemIsEmpty) {
     EXPECT_EQ(inMountedTree([](const MountedTree& tree, const FolderOpener& opener) {
                   Findings findings;

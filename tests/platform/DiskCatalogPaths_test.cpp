@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
+#include <time.h>
 
+#include <filesystem>
+
+#include "ScopedEnvironment.h"
 #include "TempFolder.h"
 #include "platform/CatalogListing.h"
 #include "platform/DiskCatalog.h"
@@ -154,6 +158,84 @@ TEST_P(DiskCatalogPaths, goesDeeperThanAPathMayBeLong) {
         EXPECT_EQ(refer(*catalog, path + "/absent", &reference), ENOENT);
         EXPECT_EQ(refer(*catalog, path + "/" + std::string(5000, 'n'), &reference), ENAMETOOLONG);
     }
+}
+
+// Makes a chain of folders below one that is there, each with a file "file" beside the next folder. Paths of all.
+std::vector<std::string> makeChain(const std::string& start, int depth, const std::string& name) {
+    std::vector<std::string> paths;
+    std::string path = start;
+    int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    for (int i = 0; i < depth; ++i) {
+        EXPECT_EQ(mkdirat(fd, name.c_str(), 0755), 0);
+        const int next = openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        close(fd);
+        fd = next;
+        close(openat(fd, ("file" + std::to_string(i)).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644));
+        path += "/" + name;
+        paths.push_back(path);
+    }
+    close(fd);
+    return paths;
+}
+
+TEST_P(DiskCatalogPaths, findsEveryFolderOfADeepChain) {
+    TempFolder temp;
+    const std::vector<std::string> paths = makeChain(temp.path(), 300, "a folder of a chain");
+    auto catalog = catalogFor(temp.path());
+    const auto expectFound = [&](std::size_t i) {
+        const CatalogListing listing = listPath(*catalog, paths[i]);
+        EXPECT_TRUE(listing.has("file" + std::to_string(i))) << i;
+        EXPECT_EQ(listing.entries.size(), i + 1 < paths.size() ? 2u : 1u);
+    };
+    for (std::size_t i = 0; i < paths.size(); ++i) expectFound(i);
+    for (std::size_t i = paths.size(); i-- > 0;) expectFound(i);
+    for (std::size_t i = 0; i < paths.size(); ++i) expectFound(i * 7919 % paths.size());
+    FileReference reference;
+    EXPECT_EQ(refer(*catalog, paths.back() + "/file299", &reference), 0);
+    EXPECT_FALSE(reference.isDirectory);
+    EXPECT_EQ(refer(*catalog, paths.back() + "/nothing", &reference), ENOENT);
+    EXPECT_EQ(refer(*catalog, paths.back() + "/nothing/deeper", &reference), ENOENT);
+}
+
+TEST_P(DiskCatalogPaths, aDeepFolderMadeAnewIsFound) {
+    TempFolder temp;
+    const std::vector<std::string> paths = makeChain(temp.path(), 100, "a folder of a chain");
+    auto catalog = catalogFor(temp.path());
+    EXPECT_TRUE(listPath(*catalog, paths[98]).has("file98"));
+    std::filesystem::remove_all(paths[0]);
+    FileReference reference;
+    EXPECT_EQ(refer(*catalog, paths[98], &reference), ENOENT);
+    makeChain(temp.path(), 100, "a folder of a chain");
+    EXPECT_TRUE(listPath(*catalog, paths[98]).has("file98"));
+}
+
+// Processor time, in which the kernel looks for names.
+double secondsToOpenAll(Catalog& catalog, const std::vector<std::string>& paths) {
+    const auto now = [] {
+        timespec time{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+    };
+    const double begin = now();
+    for (const std::string& path : paths) {
+        FileReference reference;
+        int error = 0;
+        EXPECT_TRUE(catalog.reference(path, &reference, &error)) << error;
+    }
+    return now() - begin;
+}
+
+TEST(DiskCatalogPaths, theCostOfAChainDoesNotGrowWithTheSquare) {
+    ScopedEnvironment environment;
+    if (access("/dev/shm", W_OK) == 0) environment.set("TMPDIR", "/dev/shm");  // some disks need long for a chain
+    TempFolder temp;
+    const std::vector<std::string> paths = makeChain(temp.path(), 2000, "d");
+    auto catalog = std::make_shared<DiskCatalog>(temp.path(), Catalog::Options{});
+    const std::vector<std::string> upper(paths.begin() + 250, paths.begin() + 500);
+    const std::vector<std::string> lower(paths.begin() + 1750, paths.end());
+    secondsToOpenAll(*catalog, paths);  // the kernel gets to know them
+    const double near = secondsToOpenAll(*catalog, upper), far = secondsToOpenAll(*catalog, lower);
+    EXPECT_LT(far, 3 * near) << "5 times the names on the way";
 }
 
 // Lengths around the one where a path no longer fits into one call.
