@@ -114,7 +114,7 @@ class ProcessTest(unittest.TestCase):
                                        env=dict(self.environment, TERM=name), preexec_fn=take_terminal)
             self.addCleanup(self.end, process)
             shown = terminal.read_until(b"allover")
-            self.assertIn(b"2,001 files", shown)
+            self.assertIn(b"ON DISK", shown)
             self.assertNotIn(b"folders/s", shown)
             self.assertNotIn(b"\x1b[K", shown)
 
