@@ -111,10 +111,12 @@ CommandLine::CommandLine() : _app("Shows how folders use the disk.", "kavaro") {
         "Examples:\n"
         "  kavaro size /usr                 the largest entries of /usr\n"
         "  kavaro size --depth 2 --top 5 .  two levels of the current folder\n"
+        "  kavaro find --size \"1 GB..\" ~    what takes more than a gigabyte\n"
         "  kavaro size --help               all options of a command");
     CLI::Option* generate = _app.add_option("--generate", _parsed.format, "Write the man page or a completion script");
     generate->type_name("FORMAT")->group("")->check(checkWords(kFormats));
     addSize();
+    addFind();
     addServerCommands();
     addDefaults();
 }
@@ -195,6 +197,38 @@ void CommandLine::addSize() {
     hint(color, CompletionHint::Kind::words, kColorWords);
     addMeasuring(*command, size);
     command->add_flag("--statistics", size.statistics, "Show the engine's time and the memory used")->group("");
+}
+
+void CommandLine::addFind() {
+    FindOptions& find = _parsed.find;
+    CLI::App* command = addCommand(_app, "find", "Measure folders and list the entries that are wanted",
+                                   "  kavaro find --size \"100 MB..\" --modified \"Before 1 Year\" ~\n"
+                                   "  kavaro find --kind folder --name node_modules --exact /srv\n"
+                                   "  kavaro find -0 --name .log /var | xargs -0 ls -l\n"
+                                   "  kavaro find --list-ranges");
+    addFolders(*command, find);
+    CLI::Option* kind = command->add_option("--kind", "Only this kind: file, folder or link");
+    kind->type_name("KIND");
+    hint(kind, CompletionHint::Kind::words, {"file", "folder", "link"});
+    command
+        ->add_option("--size",
+                     "Only what takes so much room on disk, all that is in a folder included: \"10 MB..\", \"..1 GB\", "
+                     "\"10 MB..1 GB\" or a title from --list-ranges. Numbers without a unit are bytes")
+        ->type_name("RANGE");
+    command
+        ->add_option("--modified",
+                     "Only what was modified then: \"Today\", \"Last Week\" and others from --list-ranges")
+        ->type_name("RANGE");
+    CLI::Option* name =
+        command->add_option("--name", find.name, "Only names with this text in them, in capitals or not");
+    name->type_name("TEXT");
+    command->add_flag("--exact", find.exact, "--name is the whole name, letter by letter")->needs(name);
+    CLI::Option* json = command->add_flag("--json", find.json,
+                                          "Write JSON: an object with what was found, for several folders an array");
+    command->add_flag("-0,--null", find.null, "End each path with a NUL byte instead of a line end")->excludes(json);
+    command->add_flag("--errors", find.errors, "List the folders that could not be looked into, with the reason");
+    command->add_flag("--list-ranges", find.listRanges, "List the titles that --size and --modified take, and end");
+    addMeasuring(*command, find);
 }
 
 void CommandLine::addServerCommands() {

@@ -24,12 +24,26 @@ struct SizeOptions : MeasureOptions {
     std::optional<std::string> exportFile;  // "-" for standard output
 };
 
+// Ranges and kinds as they were given: the command reads them.
+struct FindOptions : MeasureOptions {
+    std::optional<std::string> kind;
+    std::optional<std::string> size;
+    std::optional<std::string> modified;
+    std::string name;  // empty: any
+    bool exact = false;
+    bool json = false;
+    bool null = false;
+    bool errors = false;
+    bool listRanges = false;
+};
+
 // What the arguments ask for.
 struct ParsedCommand {
     enum class Kind {
         text,   // print `text`: help or the version
         wrong,  // wrong usage; `text` says what
         size,
+        find,
         stop,
         version,
         defaultsRead,
@@ -40,6 +54,7 @@ struct ParsedCommand {
     Kind kind = Kind::wrong;
     std::string text;
     SizeOptions size;
+    FindOptions find;
     std::string bus = "session";     // stop, version
     std::string domain, key, value;  // defaults; an empty key means all of them
     std::string format;              // generate
@@ -73,6 +88,7 @@ class CommandLine {
 
   private:
     void addSize();
+    void addFind();
     void addServerCommands();
     void addDefaults();
     CLI::App* addCommand(CLI::App& parent, const char* name, const char* description, const char* examples);
@@ -83,6 +99,7 @@ class CommandLine {
     void hint(const CLI::Option* option, CompletionHint::Kind kind, std::vector<std::string> words = {});
     void finishFolders(const CLI::App& command);
     void finishSize(ParsedCommand& parsed) const;
+    void finishFind(ParsedCommand& parsed, const CLI::App& command) const;
     bool isKnownCommand(const std::string& word) const;
 
     CLI::App _app;

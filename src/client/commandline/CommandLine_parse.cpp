@@ -36,6 +36,7 @@ const CLI::App& reached(const CLI::App& app) {
 Kind kindOf(const std::string& command) {
     static const std::map<std::string, Kind> kKinds = {
         {"kavaro size", Kind::size},
+        {"kavaro find", Kind::find},
         {"kavaro stop", Kind::stop},
         {"kavaro version", Kind::version},
         {"kavaro defaults read", Kind::defaultsRead},
@@ -116,6 +117,7 @@ ParsedCommand CommandLine::parse(const std::vector<std::string>& arguments) {
     parsed.kind = kindOf(fullName(command));
     if (parsed.kind == Kind::wrong) return wrong(command, "a command is missing");
     if (parsed.kind == Kind::size) finishSize(parsed);
+    if (parsed.kind == Kind::find) finishFind(parsed, command);
     if (parsed.kind == Kind::defaultsRead && parsed.domain.empty()) parsed.domain = kPreferencesDomain;
     if (parsed.kind == Kind::wrong) return wrong(command, parsed.text);
     return parsed;
@@ -161,6 +163,21 @@ void CommandLine::finishSize(ParsedCommand& parsed) const {
         if (size.exportFile->empty()) return fail("--export: the name of the file is empty");
     }
     if (size.folders.empty()) return fail("no folder given. Name at least one, for example: kavaro size /usr");
+}
+
+void CommandLine::finishFind(ParsedCommand& parsed, const CLI::App& command) const {
+    FindOptions& find = parsed.find;
+    const auto given = [&](const char* name) -> std::optional<std::string> {
+        const CLI::Option* option = command.get_option(name);
+        return option->count() > 0 ? std::optional(withoutMarks(option->results()).back()) : std::nullopt;
+    };
+    find.kind = given("--kind");
+    find.size = given("--size");
+    find.modified = given("--modified");
+    find.name = given("--name").value_or("");
+    if (!find.folders.empty() || find.listRanges) return;
+    parsed.kind = Kind::wrong;
+    parsed.text = "no folder given. Name at least one, for example: kavaro find --size \"1 GB..\" /usr";
 }
 
 }  // namespace kavaro

@@ -98,6 +98,14 @@ constexpr const char* kJson =
     "\\fIreason\\fR), \\fIchildrenLeftOut\\fR (a number, after \\fIchildren\\fR that \\fB\\-\\-top\\fR cut short) and\n"
     "\\fInameRaw\\fR, \\fIpathRaw\\fR: the bytes in base64 of a name or path that is not UTF\\-8.\n";
 
+constexpr const char* kFindJson =
+    ".PP\n"
+    "With \\fBkavaro find \\-\\-json\\fR, an object holds \\fIpath\\fR, \\fIfound\\fR and \\fIseconds\\fR. Each entry "
+    "that was\n"
+    "found holds \\fIpath\\fR, \\fIkind\\fR (file, folder or link), \\fIinode\\fR, \\fIlogicalSize\\fR, "
+    "\\fIphysicalSize\\fR and\n"
+    "\\fImodified\\fR. \\fIpartial\\fR, \\fIlowerBound\\fR, \\fIunread\\fR and \\fIpathRaw\\fR are as above.\n";
+
 }  // namespace
 
 std::string generateManPage(const CommandLine& commandLine) {
@@ -114,7 +122,7 @@ std::string generateManPage(const CommandLine& commandLine) {
     page += section("DESCRIPTION") + kDescription;
     page += section("OPTIONS") + options(app);
     page += section("COMMANDS") + commands(app);
-    page += section("JSON") + kJson;
+    page += section("JSON") + kJson + kFindJson;
     page += section("EXIT STATUS") + item(bold("0"), "Done.") +
             item(bold("1"), "Something failed; standard error says what.");
     page += item(bold("2"), "Wrong usage.") + item(bold("130"), "Interrupted.");

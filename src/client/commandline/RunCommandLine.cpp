@@ -34,6 +34,8 @@ int runCommandLine(const std::vector<std::string>& arguments, const CommandConte
             return kExitWrongUsage;
         case ParsedCommand::Kind::size:
             return runSize(command.size, context);
+        case ParsedCommand::Kind::find:
+            return runFind(command.find, context);
         case ParsedCommand::Kind::stop:
             return runStop(command.bus, context);
         case ParsedCommand::Kind::version:

@@ -89,6 +89,51 @@ TEST(CommandLine, exportFindsItsFile) {
     EXPECT_EQ(exported({"size", "--export=ncdu", "/usr"}), "- /usr");
 }
 
+TEST(CommandLine, find) {
+    const ParsedCommand plain = parse({"find", "/usr"});
+    ASSERT_EQ(plain.kind, Kind::find) << plain.text;
+    EXPECT_EQ(plain.find.folders, Words{"/usr"});
+    EXPECT_FALSE(plain.find.kind || plain.find.size || plain.find.modified || !plain.find.name.empty());
+    EXPECT_FALSE(plain.find.exact || plain.find.json || plain.find.null || plain.find.errors || plain.find.listRanges ||
+                 plain.find.embedded || plain.find.sameFileSystem || plain.find.verbose);
+    const ParsedCommand all = parse({"find",
+                                     "--kind",
+                                     "file",
+                                     "a",
+                                     "--size",
+                                     "1 MB..",
+                                     "--modified=Last Week",
+                                     "--name",
+                                     "[x",
+                                     "--exact",
+                                     "-0",
+                                     "--errors",
+                                     "--list-ranges",
+                                     "--embedded",
+                                     "--same-file-system",
+                                     "--verbose",
+                                     "--bus",
+                                     "system",
+                                     "--",
+                                     "-b",
+                                     "[c]"});
+    ASSERT_EQ(all.kind, Kind::find) << all.text;
+    EXPECT_EQ(all.find.folders, (Words{"a", "-b", "[c]"}));
+    EXPECT_EQ(all.find.kind, "file");
+    EXPECT_EQ(all.find.size, "1 MB..");
+    EXPECT_EQ(all.find.modified, "Last Week");
+    EXPECT_EQ(all.find.name, "[x");
+    EXPECT_EQ(all.find.bus, "system");
+    EXPECT_TRUE(all.find.exact && all.find.null && all.find.errors && all.find.listRanges && all.find.embedded &&
+                all.find.sameFileSystem && all.find.verbose);
+    EXPECT_EQ(parse({"find", "x", "--size", ""}).find.size, "");
+    EXPECT_TRUE(parse({"find", "x", "--json"}).find.json);
+    EXPECT_EQ(parse({"find", "--list-ranges"}).kind, Kind::find);
+    EXPECT_EQ(parse({"find", "[a,b]", "{}"}).find.folders, (Words{"[a,b]", "{}"}));
+    EXPECT_EQ(parse({"find", "x", "--name", "[a,b]"}).find.name, "[a,b]");
+    EXPECT_EQ(parse({"find", "x", "--name", "-a"}).find.name, "-a");
+}
+
 TEST(CommandLine, otherCommands) {
     EXPECT_EQ(parse({"stop"}).kind, Kind::stop);
     EXPECT_EQ(parse({"stop", "--bus", "system"}).bus, "system");
@@ -150,7 +195,7 @@ TEST(CommandLine, wrongUsageSaysWhatAndWhere) {
 
 TEST(CommandLine, helpOnEverythingWithAnExample) {
     for (const std::string command :
-         {"", "size", "stop", "version", "defaults", "defaults read", "defaults write", "defaults delete"}) {
+         {"", "size", "find", "stop", "version", "defaults", "defaults read", "defaults write", "defaults delete"}) {
         for (const char* flag : {"-h", "--help"}) {
             Words arguments;
             std::istringstream words(command);

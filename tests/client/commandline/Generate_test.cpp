@@ -64,9 +64,10 @@ TEST(Generate, manPageTellsEverything) {
     TempFolder folder;
     const std::string page = folder.write("kavaro.1", generateManPage(CommandLine()));
     const std::string text = run({"groff", "-man", "-Kutf8", "-Tascii", "-P-cbou", page}).output;
-    for (const char* part : {"NAME", "kavaro - shows", "kavaro size [OPTIONS] FOLDER...", "--depth N",
-                             "--export ncdu [FILE]", "kavaro defaults write [OPTIONS] DOMAIN KEY VALUE", "-h, --help",
-                             "EXIT STATUS", "130", "nameRaw", "kavaro size --json /usr", "NO_COLOR"}) {
+    for (const char* part :
+         {"NAME", "kavaro - shows", "kavaro size [OPTIONS] FOLDER...", "--depth N", "--export ncdu [FILE]",
+          "kavaro defaults write [OPTIONS] DOMAIN KEY VALUE", "-h, --help", "EXIT STATUS", "130",
+          "kavaro find [OPTIONS] FOLDER...", "-0, --null", "nameRaw", "kavaro size --json /usr", "NO_COLOR"}) {
         EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text;
     }
     EXPECT_EQ(text.find("--generate"), std::string::npos);
@@ -82,7 +83,7 @@ TEST(Generate, bashCompletionParses) {
 
 TEST(Generate, bashCompletes) {
     EXPECT_EQ(completed("kavaro s"), "size\nstop\n");
-    EXPECT_EQ(completed("kavaro "), "--help\n--version\n-h\ndefaults\nsize\nstop\nversion\n");
+    EXPECT_EQ(completed("kavaro "), "--help\n--version\n-h\ndefaults\nfind\nsize\nstop\nversion\n");
     EXPECT_EQ(completed("kavaro size --s"), "--same-file-system\n--sort\n");
     EXPECT_EQ(completed("kavaro size --sort "), "count\ndate\nname\nsize\n");
     EXPECT_EQ(completed("kavaro size --json --color a"), "always\nauto\n");
@@ -93,6 +94,8 @@ TEST(Generate, bashCompletes) {
     EXPECT_EQ(completed("kavaro size --export "), "ncdu\n");
     EXPECT_EQ(completed("kavaro size --export ncdu f"), "-o default\n\n");
     EXPECT_EQ(completed("kavaro size --export ncdu file f"), "-o dirnames\n\n");
+    EXPECT_EQ(completed("kavaro find --kind "), "file\nfolder\nlink\n");
+    EXPECT_EQ(completed("kavaro find --list"), "--list-ranges\n");
     EXPECT_EQ(completed("kavaro defaults "), "--help\n-h\ndelete\nread\nwrite\n");
     EXPECT_EQ(completed("kavaro defaults write o"), "org.kavaro.Kavaro\n");
     EXPECT_EQ(completed("kavaro stop --bus s"), "session\nsystem\n");
