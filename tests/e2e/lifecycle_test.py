@@ -1,6 +1,7 @@
 """Clients, servers and buses that end in every way."""
 import json
 import os
+import re
 import signal
 import subprocess
 
@@ -181,6 +182,25 @@ class Lifecycle(harness.Case):
         self.assertIn('kavarod 0.1.0', self.kavaro('version').stdout)
         self.kavaro('stop')
         self.assertEqual(server.wait(timeout=harness.PATIENCE), 0)
+
+    def test_the_client_is_on_the_bus_as_declared(self):
+        self.private_bus()
+        job = self.long_job()
+        place = ['--session', '-d', harness.CLIENT_NAME, '-o', '/org/kavaro/Kavaro/client']
+        live = self.gdbus('introspect', *place, '--xml').stdout
+        source = os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', '..', 'resources', 'dbus',
+                              'org.kavaro.Kavaro.Client.xml')
+        with open(source) as f:
+            declarations = re.findall(r'<(?:interface|method|arg) ([^>]*?)/?>', f.read())
+        self.assertEqual(len(declarations), 3)
+        for declaration in declarations:
+            for attribute in declaration.split():
+                self.assertIn(attribute, live)
+        answer = self.gdbus('call', *place, '-m', 'org.kavaro.Kavaro.Client.versionInfo').stdout
+        for key in ('version', 'versionNumber', 'buildNumber', 'build'):
+            self.assertIn(f"'{key}': <'", answer)
+        job.client.send_signal(signal.SIGINT)
+        job.end()
 
     def test_nothing_is_left_behind(self):
         tree = self.make_tree('tree')
