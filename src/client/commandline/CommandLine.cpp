@@ -117,6 +117,7 @@ CommandLine::CommandLine() : _app("Shows how folders use the disk.", "kavaro") {
     generate->type_name("FORMAT")->group("")->check(checkWords(kFormats));
     addSize();
     addFind();
+    addCleanup();
     addServerCommands();
     addDefaults();
 }
@@ -159,6 +160,12 @@ void CommandLine::addMeasuring(CLI::App& command, MeasureOptions& options) {
     command.add_flag("--verbose", options.verbose, "Show the server's log on standard error");
 }
 
+void CommandLine::addColor(CLI::App& command) {
+    CLI::Option* color = command.add_option("--color", _color, "Colours: auto (the default), always or never");
+    color->type_name("WHEN")->check(checkWords(kColorWords));
+    hint(color, CompletionHint::Kind::words, kColorWords);
+}
+
 void CommandLine::addSize() {
     SizeOptions& size = _parsed.size;
     CLI::App* command = addCommand(_app, "size", "Measure folders and show what is in them",
@@ -192,9 +199,7 @@ void CommandLine::addSize() {
     hint(exported, CompletionHint::Kind::words, {"ncdu"});
     _export = exported;
     command->add_flag("--errors", size.errors, "List the folders that are missing in the total, with the reason");
-    CLI::Option* color = command->add_option("--color", _color, "Colours: auto (the default), always or never");
-    color->type_name("WHEN")->check(checkWords(kColorWords));
-    hint(color, CompletionHint::Kind::words, kColorWords);
+    addColor(*command);
     addMeasuring(*command, size);
     command->add_flag("--statistics", size.statistics, "Show the engine's time and the memory used")->group("");
 }
@@ -229,6 +234,30 @@ void CommandLine::addFind() {
     command->add_flag("--errors", find.errors, "List the folders that could not be looked into, with the reason");
     command->add_flag("--list-ranges", find.listRanges, "List the titles that --size and --modified take, and end");
     addMeasuring(*command, find);
+}
+
+void CommandLine::addCleanup() {
+    CleanupOptions& cleanup = _parsed.cleanup;
+    CLI::App* languages = addCommand(
+        _app, "languages", "Measure folders and list the languages that applications in them could do without",
+        "  kavaro languages /srv/apps\n"
+        "  kavaro languages --summary /srv/apps /opt\n"
+        "  kavaro languages --json /srv/apps");
+    CLI::App* nibs =
+        addCommand(_app, "nibs", "Measure folders and list the nib files that running applications do not read",
+                   "  kavaro nibs /srv/apps\n"
+                   "  kavaro nibs --json /srv/apps");
+    for (CLI::App* command : {languages, nibs}) {
+        addFolders(*command, cleanup);
+        if (command == languages)
+            command->add_flag("--summary", cleanup.summary, "List the languages alone, without their folders");
+        command->add_flag("--json", cleanup.json,
+                          "Write JSON: an object with what could go, for several folders an array");
+        command->add_flag("--errors", cleanup.errors,
+                          "List the folders that could not be looked into, with the reason");
+        addColor(*command);
+        addMeasuring(*command, cleanup);
+    }
 }
 
 void CommandLine::addServerCommands() {

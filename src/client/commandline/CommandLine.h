@@ -37,6 +37,14 @@ struct FindOptions : MeasureOptions {
     bool listRanges = false;
 };
 
+// Of the commands that list what could go.
+struct CleanupOptions : MeasureOptions {
+    ColorChoice color = ColorChoice::automatic;
+    bool summary = false;
+    bool json = false;
+    bool errors = false;
+};
+
 // What the arguments ask for.
 struct ParsedCommand {
     enum class Kind {
@@ -44,6 +52,8 @@ struct ParsedCommand {
         wrong,  // wrong usage; `text` says what
         size,
         find,
+        languages,
+        nibs,
         stop,
         version,
         defaultsRead,
@@ -55,6 +65,7 @@ struct ParsedCommand {
     std::string text;
     SizeOptions size;
     FindOptions find;
+    CleanupOptions cleanup;          // languages, nibs
     std::string bus = "session";     // stop, version
     std::string domain, key, value;  // defaults; an empty key means all of them
     std::string format;              // generate
@@ -89,6 +100,7 @@ class CommandLine {
   private:
     void addSize();
     void addFind();
+    void addCleanup();
     void addServerCommands();
     void addDefaults();
     CLI::App* addCommand(CLI::App& parent, const char* name, const char* description, const char* examples);
@@ -96,10 +108,13 @@ class CommandLine {
     // For commands that measure folders: FOLDER... goes to `options`, as do the options about measuring.
     void addFolders(CLI::App& command, MeasureOptions& options);
     void addMeasuring(CLI::App& command, MeasureOptions& options);
+    void addColor(CLI::App& command);
     void hint(const CLI::Option* option, CompletionHint::Kind kind, std::vector<std::string> words = {});
     void finishFolders(const CLI::App& command);
     void finishSize(ParsedCommand& parsed) const;
     void finishFind(ParsedCommand& parsed, const CLI::App& command) const;
+    void finishCleanup(ParsedCommand& parsed, const CLI::App& command) const;
+    ColorChoice colorChoice() const;
     bool isKnownCommand(const std::string& word) const;
 
     CLI::App _app;

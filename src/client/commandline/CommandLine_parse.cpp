@@ -37,6 +37,8 @@ Kind kindOf(const std::string& command) {
     static const std::map<std::string, Kind> kKinds = {
         {"kavaro size", Kind::size},
         {"kavaro find", Kind::find},
+        {"kavaro languages", Kind::languages},
+        {"kavaro nibs", Kind::nibs},
         {"kavaro stop", Kind::stop},
         {"kavaro version", Kind::version},
         {"kavaro defaults read", Kind::defaultsRead},
@@ -118,6 +120,7 @@ ParsedCommand CommandLine::parse(const std::vector<std::string>& arguments) {
     if (parsed.kind == Kind::wrong) return wrong(command, "a command is missing");
     if (parsed.kind == Kind::size) finishSize(parsed);
     if (parsed.kind == Kind::find) finishFind(parsed, command);
+    if (parsed.kind == Kind::languages || parsed.kind == Kind::nibs) finishCleanup(parsed, command);
     if (parsed.kind == Kind::defaultsRead && parsed.domain.empty()) parsed.domain = kPreferencesDomain;
     if (parsed.kind == Kind::wrong) return wrong(command, parsed.text);
     return parsed;
@@ -134,6 +137,11 @@ void CommandLine::finishFolders(const CLI::App& command) {
     options.bus = _parsed.bus;
 }
 
+ColorChoice CommandLine::colorChoice() const {
+    if (_color == "always") return ColorChoice::always;
+    return _color == "never" ? ColorChoice::never : ColorChoice::automatic;
+}
+
 // What the parser cannot know: which word belongs to --export.
 void CommandLine::finishSize(ParsedCommand& parsed) const {
     SizeOptions& size = parsed.size;
@@ -142,9 +150,7 @@ void CommandLine::finishSize(ParsedCommand& parsed) const {
                 : _sort == "date"  ? SortKey::date
                 : _sort == "count" ? SortKey::count
                                    : SortKey::size;
-    size.color = _color == "always"  ? ColorChoice::always
-                 : _color == "never" ? ColorChoice::never
-                                     : ColorChoice::automatic;
+    size.color = colorChoice();
     const auto fail = [&](std::string reason) {
         parsed.kind = Kind::wrong;
         parsed.text = std::move(reason);
@@ -178,6 +184,13 @@ void CommandLine::finishFind(ParsedCommand& parsed, const CLI::App& command) con
     if (!find.folders.empty() || find.listRanges) return;
     parsed.kind = Kind::wrong;
     parsed.text = "no folder given. Name at least one, for example: kavaro find --size \"1 GB..\" /usr";
+}
+
+void CommandLine::finishCleanup(ParsedCommand& parsed, const CLI::App& command) const {
+    parsed.cleanup.color = colorChoice();
+    if (!parsed.cleanup.folders.empty()) return;
+    parsed.kind = Kind::wrong;
+    parsed.text = "no folder given. Name at least one, for example: " + fullName(command) + " /srv/apps";
 }
 
 }  // namespace kavaro

@@ -8,6 +8,8 @@ namespace kavaro {
 // The commands. Each returns the exit code; errors go to context.error.
 int runSize(const SizeOptions& options, const CommandContext& context);
 int runFind(const FindOptions& options, const CommandContext& context);
+int runLanguages(const CleanupOptions& options, const CommandContext& context);
+int runNibs(const CleanupOptions& options, const CommandContext& context);
 int runStop(const std::string& bus, const CommandContext& context);
 int runVersion(const std::string& bus, const CommandContext& context);
 int runDefaults(const ParsedCommand& command, const CommandContext& context);

@@ -7,7 +7,9 @@
 #include "client/commandline/Commands.h"
 #include "client/commandline/LiveLine.h"
 #include "client/commandline/PathArgument.h"
+#include "client/commandline/TableOutput.h"
 #include "platform/Environment.h"
+#include "platform/Text.h"
 #include "platform/UserDefaults.h"
 #include "support/TuvLog.h"
 
@@ -78,6 +80,20 @@ Measurement FolderMeasurements::measure(const std::string& path) {
         return true;
     };
     return _source->measure(path, callbacks);
+}
+
+void FolderMeasurements::reportUnread(const std::string& argument, const Measurement& measurement, bool lists) const {
+    if (measurement.unread.empty()) return;
+    const auto [unreadable, leftOut] = countMissing(measurement.unread);
+    std::string reason;
+    if (unreadable > 0) reason = counted(unreadable, "folder", "folders") + " could not be read";
+    if (leftOut > 0)
+        reason += (reason.empty() ? "" : ", ") + counted(leftOut, "folder was", "folders were") + " left out";
+    writeError(_context, errorMessage(argument, reason + "; what they hold is not looked at",
+                                      lists ? "" : "--errors lists them"));
+    if (!lists) return;
+    for (const UnreadFolder& folder : measurement.unread)
+        writeError(_context, "  " + printable(folder.path) + ": " + printable(folder.reason) + "\n");
 }
 
 void FolderMeasurements::finishOutput(Output& output, const std::string& name) {

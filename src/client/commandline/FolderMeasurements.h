@@ -35,6 +35,8 @@ class FolderMeasurements {
 
     // While `show` runs, a signal ends the process at once.
     void run(const Show& show);
+    // On standard error: that folders could not be looked into, with `lists` which and why. Nothing where all were.
+    void reportUnread(const std::string& argument, const Measurement& measurement, bool lists) const;
     // Writes out what is left and says when it cannot be written. A reader that has seen enough is no error.
     void finishOutput(Output& output, const std::string& name = "standard output");
 

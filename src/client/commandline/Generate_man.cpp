@@ -106,6 +106,18 @@ constexpr const char* kFindJson =
     "\\fIphysicalSize\\fR and\n"
     "\\fImodified\\fR. \\fIpartial\\fR, \\fIlowerBound\\fR, \\fIunread\\fR and \\fIpathRaw\\fR are as above.\n";
 
+constexpr const char* kCleanupJson =
+    ".PP\n"
+    "With \\fBkavaro languages \\-\\-json\\fR, an object holds \\fIpath\\fR, \\fIlanguages\\fR, the sizes, "
+    "\\fIfiles\\fR and\n"
+    "\\fIfolders\\fR of all that could go, and \\fIseconds\\fR. Each language holds \\fIlanguage\\fR, "
+    "\\fIflag\\fR (a\n"
+    "country, or null), the same sizes and counts and, without \\fB\\-\\-summary\\fR, \\fIentries\\fR: its folders, "
+    "each with\n"
+    "\\fIpath\\fR, \\fIinode\\fR, sizes, \\fIfiles\\fR and \\fImodified\\fR. With \\fBkavaro nibs "
+    "\\-\\-json\\fR there are\n"
+    "\\fInibs\\fR in place of languages, and no folders.\n";
+
 }  // namespace
 
 std::string generateManPage(const CommandLine& commandLine) {
@@ -122,7 +134,7 @@ std::string generateManPage(const CommandLine& commandLine) {
     page += section("DESCRIPTION") + kDescription;
     page += section("OPTIONS") + options(app);
     page += section("COMMANDS") + commands(app);
-    page += section("JSON") + kJson + kFindJson;
+    page += section("JSON") + kJson + kFindJson + kCleanupJson;
     page += section("EXIT STATUS") + item(bold("0"), "Done.") +
             item(bold("1"), "Something failed; standard error says what.");
     page += item(bold("2"), "Wrong usage.") + item(bold("130"), "Interrupted.");

@@ -36,6 +36,10 @@ int runCommandLine(const std::vector<std::string>& arguments, const CommandConte
             return runSize(command.size, context);
         case ParsedCommand::Kind::find:
             return runFind(command.find, context);
+        case ParsedCommand::Kind::languages:
+            return runLanguages(command.cleanup, context);
+        case ParsedCommand::Kind::nibs:
+            return runNibs(command.cleanup, context);
         case ParsedCommand::Kind::stop:
             return runStop(command.bus, context);
         case ParsedCommand::Kind::version:

@@ -134,6 +134,30 @@ TEST(CommandLine, find) {
     EXPECT_EQ(parse({"find", "x", "--name", "-a"}).find.name, "-a");
 }
 
+TEST(CommandLine, languagesAndNibs) {
+    const ParsedCommand plain = parse({"languages", "/srv"});
+    ASSERT_EQ(plain.kind, Kind::languages) << plain.text;
+    EXPECT_EQ(plain.cleanup.folders, Words{"/srv"});
+    EXPECT_EQ(plain.cleanup.color, ColorChoice::automatic);
+    EXPECT_FALSE(plain.cleanup.summary || plain.cleanup.json || plain.cleanup.errors || plain.cleanup.embedded);
+    const ParsedCommand all = parse({"languages", "--summary", "a", "--json", "--errors", "--color", "never", "--bus",
+                                     "system", "--embedded", "--same-file-system", "--verbose", "--", "-b"});
+    ASSERT_EQ(all.kind, Kind::languages) << all.text;
+    EXPECT_EQ(all.cleanup.folders, (Words{"a", "-b"}));
+    EXPECT_EQ(all.cleanup.color, ColorChoice::never);
+    EXPECT_EQ(all.cleanup.bus, "system");
+    EXPECT_TRUE(all.cleanup.summary && all.cleanup.json && all.cleanup.errors && all.cleanup.embedded &&
+                all.cleanup.sameFileSystem && all.cleanup.verbose);
+    const ParsedCommand nibs = parse({"nibs", "[a,b]", "--json", "--color=always"});
+    ASSERT_EQ(nibs.kind, Kind::nibs) << nibs.text;
+    EXPECT_EQ(nibs.cleanup.folders, Words{"[a,b]"});
+    EXPECT_EQ(nibs.cleanup.color, ColorChoice::always);
+    EXPECT_TRUE(nibs.cleanup.json);
+    EXPECT_EQ(parse({"nibs", "--summary", "x"}).kind, Kind::wrong);
+    EXPECT_EQ(parse({"nibs"}).text,
+              "no folder given. Name at least one, for example: kavaro nibs /srv/apps. See \"kavaro nibs --help\".");
+}
+
 TEST(CommandLine, otherCommands) {
     EXPECT_EQ(parse({"stop"}).kind, Kind::stop);
     EXPECT_EQ(parse({"stop", "--bus", "system"}).bus, "system");
@@ -194,8 +218,8 @@ TEST(CommandLine, wrongUsageSaysWhatAndWhere) {
 }
 
 TEST(CommandLine, helpOnEverythingWithAnExample) {
-    for (const std::string command :
-         {"", "size", "find", "stop", "version", "defaults", "defaults read", "defaults write", "defaults delete"}) {
+    for (const std::string command : {"", "size", "find", "languages", "nibs", "stop", "version", "defaults",
+                                      "defaults read", "defaults write", "defaults delete"}) {
         for (const char* flag : {"-h", "--help"}) {
             Words arguments;
             std::istringstream words(command);

@@ -67,7 +67,8 @@ TEST(Generate, manPageTellsEverything) {
     for (const char* part :
          {"NAME", "kavaro - shows", "kavaro size [OPTIONS] FOLDER...", "--depth N", "--export ncdu [FILE]",
           "kavaro defaults write [OPTIONS] DOMAIN KEY VALUE", "-h, --help", "EXIT STATUS", "130",
-          "kavaro find [OPTIONS] FOLDER...", "-0, --null", "nameRaw", "kavaro size --json /usr", "NO_COLOR"}) {
+          "kavaro find [OPTIONS] FOLDER...", "-0, --null", "kavaro languages [OPTIONS] FOLDER...",
+          "kavaro nibs [OPTIONS] FOLDER...", "nameRaw", "kavaro size --json /usr", "NO_COLOR"}) {
         EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text;
     }
     EXPECT_EQ(text.find("--generate"), std::string::npos);
@@ -83,7 +84,7 @@ TEST(Generate, bashCompletionParses) {
 
 TEST(Generate, bashCompletes) {
     EXPECT_EQ(completed("kavaro s"), "size\nstop\n");
-    EXPECT_EQ(completed("kavaro "), "--help\n--version\n-h\ndefaults\nfind\nsize\nstop\nversion\n");
+    EXPECT_EQ(completed("kavaro "), "--help\n--version\n-h\ndefaults\nfind\nlanguages\nnibs\nsize\nstop\nversion\n");
     EXPECT_EQ(completed("kavaro size --s"), "--same-file-system\n--sort\n");
     EXPECT_EQ(completed("kavaro size --sort "), "count\ndate\nname\nsize\n");
     EXPECT_EQ(completed("kavaro size --json --color a"), "always\nauto\n");
@@ -96,6 +97,8 @@ TEST(Generate, bashCompletes) {
     EXPECT_EQ(completed("kavaro size --export ncdu file f"), "-o dirnames\n\n");
     EXPECT_EQ(completed("kavaro find --kind "), "file\nfolder\nlink\n");
     EXPECT_EQ(completed("kavaro find --list"), "--list-ranges\n");
+    EXPECT_EQ(completed("kavaro languages --s"), "--same-file-system\n--summary\n");
+    EXPECT_EQ(completed("kavaro nibs --color n"), "never\n");
     EXPECT_EQ(completed("kavaro defaults "), "--help\n-h\ndelete\nread\nwrite\n");
     EXPECT_EQ(completed("kavaro defaults write o"), "org.kavaro.Kavaro\n");
     EXPECT_EQ(completed("kavaro stop --bus s"), "session\nsystem\n");

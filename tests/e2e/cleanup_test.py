@@ -1,0 +1,122 @@
+"""`kavaro languages` and `kavaro nibs` on application bundles, through a real server and embedded."""
+import json
+import os
+import plistlib
+
+import harness
+
+LANGUAGES = {  # by name: the flag's country and the names of folders
+    'Chinese': ('China', ['zh_TW', 'zh-Hans']),
+    'French': ('France', ['French', 'fr']),
+    'German': ('Germany', ['de']),
+    'Xx': (None, ['xx']),
+}
+
+
+class Cleanup(harness.Case):
+    def setUp(self):
+        super().setUp()
+        self.environment.update(LC_ALL='en_US.UTF-8', LANG='en_US.UTF-8')
+        self.root = self.make('apps')
+        self.folders = {name: set() for name in LANGUAGES}
+        for app in ('One.app', 'Tools/Two.app', 'h\u00e9 \u5199.app'):
+            for name, (_, codes) in LANGUAGES.items():
+                for code in codes:
+                    self.folders[name].add(self.language(app, code))
+            self.language(app, 'en' if app == 'One.app' else 'English')
+        self.language('Without.app', 'fr')
+        self.nibs = set()
+        for app, form in (('Plain.app', None), ('Xml.app', plistlib.FMT_XML), ('Binary.app', plistlib.FMT_BINARY)):
+            nib = self.folder_of(app, 'Main.nib')
+            for name in ('classes.nib', 'designable.nib', 'info.nib', 'keyedobjects.nib'):
+                self.write(os.path.join(nib, name))
+            self.nibs |= {os.path.join(nib, name) for name in ('classes.nib', 'designable.nib', 'info.nib')}
+            if form:
+                seal = plistlib.dumps({'files': {'Resources/Main.nib/info.nib': b'hash'}}, fmt=form)
+                self.write(os.path.join(self.root, app, 'Contents', 'CodeResources'), seal)
+                self.nibs.remove(os.path.join(nib, 'info.nib'))
+
+    def folder_of(self, app, name):
+        path = os.path.join(self.root, app, 'Contents', 'Resources', name)
+        os.makedirs(path)
+        return path
+
+    def write(self, path, content=b'x' * 5000):
+        with open(path, 'wb') as f:
+            f.write(content)
+
+    def language(self, app, code):
+        path = self.folder_of(app, code + '.lproj')
+        self.write(os.path.join(path, 'Localizable.strings'))
+        return path
+
+    def expect_languages(self, *options):
+        os.sync()  # the room a file takes is known when it is on the disk
+        found = json.loads(self.kavaro('languages', '--json', *options, self.root).stdout)
+        self.assertEqual([language['language'] for language in found['languages']], sorted(LANGUAGES))
+        for language in found['languages']:
+            flag, _ = LANGUAGES[language['language']]
+            self.assertEqual(language['flag'], flag)
+            folders = self.folders[language['language']]
+            self.assertEqual({entry['path'] for entry in language['entries']}, folders)
+            self.assertEqual(language['logicalSize'], 5000 * len(folders))
+            self.assertEqual(language['files'], len(folders))
+            for entry in language['entries']:
+                self.assertEqual(entry['inode'], os.lstat(entry['path']).st_ino)
+        every = set().union(*self.folders.values())
+        self.assertEqual(found['folders'], len(every))
+        self.assertEqual(found['logicalSize'], 5000 * len(every))
+        self.assertEqual(found['physicalSize'],
+                         sum(os.lstat(os.path.join(path, 'Localizable.strings')).st_blocks * 512 for path in every))
+
+    def test_languages_through_the_server(self):
+        self.expect_languages()
+
+    def test_languages_embedded(self):
+        self.expect_languages('--embedded')
+
+    def test_languages_as_people_read_them(self):
+        text = self.kavaro('languages', self.root).stdout
+        self.assertIn(f'{self.root}: 4 languages in 18 folders could go: ', text)
+        self.assertIn('French (France), 6 folders\n', text)
+        for path in set().union(*self.folders.values()):
+            self.assertIn(f'    {path}/\n', text)
+        self.assertNotIn('Without.app', text)
+        summary = self.kavaro('languages', '--summary', self.root).stdout
+        self.assertNotIn('.lproj', summary)
+        self.assertEqual(len(summary.splitlines()), 3 + len(LANGUAGES))
+
+    def test_nibs(self):
+        for options in ([], ['--embedded']):
+            found = json.loads(self.kavaro('nibs', '--json', *options, self.root).stdout)
+            self.assertEqual({entry['path'] for entry in found['nibs']}, self.nibs)
+            self.assertEqual(found['logicalSize'], 5000 * len(self.nibs))
+        text = self.kavaro('nibs', self.root).stdout
+        self.assertIn(f': {len(self.nibs)} nib files could go: ', text)
+        for path in self.nibs:
+            self.assertIn(f'  {path}\n', text)
+
+    def test_a_signature_that_makes_no_sense(self):
+        seal = os.path.join(self.root, 'Xml.app', 'Contents', 'CodeResources')
+        self.nibs.add(os.path.join(self.root, 'Xml.app', 'Contents', 'Resources', 'Main.nib', 'info.nib'))
+        for content in (b'', b'<plist>' + b'<array>' * 100000 + b'</array>' * 100000 + b'</plist>', b'bplist00\xff'):
+            self.write(seal, content)
+            found = json.loads(self.kavaro('nibs', '--json', '--embedded', self.root).stdout)
+            self.assertEqual({entry['path'] for entry in found['nibs']}, self.nibs, content[:20])
+
+    def test_another_language_of_the_user(self):
+        environment = dict(self.environment, LC_ALL='de_DE.UTF-8', LANG='de_DE.UTF-8')
+        found = json.loads(self.kavaro('languages', '--json', '--summary', '--embedded', self.root,
+                                       environment=environment).stdout)
+        names = {language['language'] for language in found['languages']}
+        self.assertIn('Deutsch', names)
+        self.assertFalse(names & {'English', 'Englisch'})
+
+    def test_wrong_usage(self):
+        self.assertIn('kavaro languages --help', self.kavaro('languages', code=2).stderr)
+        self.assertIn('kavaro nibs --help', self.kavaro('nibs', '--summary', self.root, code=2).stderr)
+        self.kavaro('languages', os.path.join(self.root, 'absent'), code=1)
+
+
+if __name__ == '__main__':
+    harness.main()
