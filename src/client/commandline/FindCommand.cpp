@@ -9,7 +9,6 @@
 #include "client/commandline/JsonFields.h"
 #include "client/commandline/MatchWalk.h"
 #include "client/commandline/Output.h"
-#include "client/commandline/TableOutput.h"
 #include "filters/TuvNodeFilter.h"
 #include "platform/SymbolicLink.h"
 #include "platform/Text.h"
@@ -108,7 +107,8 @@ class FindCommand {
         });
         if (isTable) writeCount(measurement);
         _output.flush();
-        reportMissing(argument, measurement);
+        // On standard error: what stands on the other output are paths.
+        _measurements.reportUnread(argument, measurement, _options.errors);
     }
 
     using Found = std::function<void(const TuvNode& node, const std::string& path, bool isLink)>;
@@ -170,21 +170,6 @@ class FindCommand {
         writeUnread(writer, measurement.unread);
         writer.EndObject();
         if (_options.folders.size() == 1) _output.put('\n');
-    }
-
-    // On standard error: what stands on the other output are paths.
-    void reportMissing(const std::string& argument, const Measurement& measurement) {
-        if (measurement.unread.empty()) return;
-        const auto [unreadable, leftOut] = countMissing(measurement.unread);
-        std::string reason;
-        if (unreadable > 0) reason = counted(unreadable, "folder", "folders") + " could not be read";
-        if (leftOut > 0)
-            reason += (reason.empty() ? "" : ", ") + counted(leftOut, "folder was", "folders were") + " left out";
-        const char* advice = _options.errors ? "" : "--errors lists them";
-        writeError(_context, errorMessage(argument, reason + "; what they hold is not looked at", advice));
-        if (!_options.errors) return;
-        for (const UnreadFolder& folder : measurement.unread)
-            writeError(_context, "  " + printable(folder.path) + ": " + printable(folder.reason) + "\n");
     }
 
     const FindOptions& _options;
