@@ -4,6 +4,8 @@ import gettext
 import os
 import pathlib
 import re
+import subprocess
+import tempfile
 import unittest
 
 SOURCE = pathlib.Path(os.environ["KAVARO_SOURCE_DIR"])
@@ -68,6 +70,24 @@ class Translations(unittest.TestCase):
                 catalog = gettext.GNUTranslations(file)
             for _, key, text in entries(language):
                 self.assertEqual(catalog.gettext(key), text)
+
+    def test_the_program_speaks_them(self):
+        def ranges(**locale):
+            with tempfile.TemporaryDirectory(prefix="kavaro-test-") as home:
+                environment = {"HOME": home, "PATH": os.environ["PATH"], **locale}
+                return subprocess.run([RESOURCES.parent / "Contents" / "Linux" / "kavaro", "find", "--list-ranges"],
+                                      env=environment, capture_output=True, text=True, encoding="utf-8", check=True).stdout
+        english = ranges(LC_ALL="C", LANGUAGE="de")
+        self.assertIn("Last Week", english)
+        self.assertEqual(ranges(), english)
+        self.assertEqual(ranges(LANG="xx_YY.UTF-8"), english)
+        self.assertEqual(ranges(LANG="en_US.UTF-8", LANGUAGE="en:de"), english)
+        for locale in [{"LANGUAGE": "de"}, {"LANG": "de_DE.UTF-8"}, {"LC_ALL": "C.UTF-8", "LANGUAGE": "de_AT:fr"}]:
+            german = ranges(**locale)
+            self.assertIn("\n  Letzte Woche", german, locale)
+            self.assertNotIn("\n  Last Week", german, locale)
+        self.assertIn("Semaine dernière", ranges(LC_MESSAGES="fr_FR.ISO-8859-1"))
+        self.assertIn("Última semana", ranges(LANG="es_MX"))
 
 
 if __name__ == "__main__":
