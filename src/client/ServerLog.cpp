@@ -38,17 +38,22 @@ void ServerLog::forget() {
 std::string ServerLog::open() {
     if (_isKept) forget();
     if (_fd >= 0) return pathOfOpenFile(_fd);
-    if (!_path.empty()) return _path;
     const std::string folder = stateFolder();
     if (folder.empty()) return {};
     makeFolders(folder);
     if (::access(folder.c_str(), W_OK) != 0) return {};
     const std::string number = ++_number > 1 ? "." + std::to_string(_number) : std::string();
     _path = folder + "/kavarod." + std::to_string(::getpid()) + number + ".log";
-    _fd = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (_startsNameless) _fd = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (_fd < 0) {
+        // The folder may be another user's: root with that user's home. What stands there is not written to.
+        ::unlink(_path.c_str());
+        _fd = ::open(_path.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0600);
+        _hasName = _fd >= 0;
+    }
     if (_fd >= 0) return pathOfOpenFile(_fd);
-    _hasName = true;
-    return _path;
+    _path.clear();
+    return {};
 }
 
 std::string ServerLog::keep() {

@@ -9,7 +9,8 @@ namespace kavaro {
 // the beginning. Main thread.
 class ServerLog {
   public:
-    ServerLog() = default;
+    // `startsNameless` false: as on a file system that knows no files without a name.
+    explicit ServerLog(bool startsNameless = true) : _startsNameless(startsNameless) {}
     ServerLog(const ServerLog&) = delete;
     ServerLog& operator=(const ServerLog&) = delete;
     ~ServerLog();
@@ -23,9 +24,10 @@ class ServerLog {
   private:
     void forget();
 
+    const bool _startsNameless;
     std::string _path;
     int _number = 0;
-    int _fd = -1;  // without a name
+    int _fd = -1;
     bool _hasName = false;
     bool _isKept = false;
 };
