@@ -1,12 +1,15 @@
 #include "support/StringHelpers.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <utility>
 
 #include "platform/Catalog.h"
 #include "platform/ChildProcess.h"
 #include "platform/Environment.h"
+#include "support/BuiltInTools.h"
 #include "support/Units.h"
 
 namespace kavaro {
@@ -18,6 +21,11 @@ std::string trimmed(std::string_view text, Predicate goes) {
     while (!text.empty() && goes(text.front())) text.remove_prefix(1);
     while (!text.empty() && goes(text.back())) text.remove_suffix(1);
     return std::string(text);
+}
+
+bool isProgram(const std::string& path) {
+    struct stat info {};
+    return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) && access(path.c_str(), X_OK) == 0;
 }
 
 }  // namespace
@@ -71,6 +79,8 @@ std::string pathFromFSRef(const FileReference& reference) {
 }
 
 std::optional<std::string> stringFromTask(const std::string& path, const std::vector<std::string>& arguments) {
+    if (!isProgram(path))
+        if (const BuiltInTool tool = builtInTool(path)) return tool(arguments);
     return runAndRead(path, arguments);
 }
 

@@ -30,7 +30,8 @@ bool getFSRef(const std::string& path, FileReference* reference, bool* isDir);
 std::string pathFromFSRef(const FileReference& reference);
 
 // Runs an executable, given by absolute path, without a shell, and waits for its end. Everything it wrote to standard
-// output; nothing when it could not be started.
+// output; nothing when it could not be started. Where there is no executable at the path, a built-in tool that is
+// registered under it (BuiltInTools.h) answers in its place.
 std::optional<std::string> stringFromTask(const std::string& path, const std::vector<std::string>& arguments);
 
 }  // namespace kavaro
