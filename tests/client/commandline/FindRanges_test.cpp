@@ -79,6 +79,7 @@ TEST_F(FindRanges, theUsersOwnSizes) {
     EXPECT_EQ(sizes("> 3 MB"), (Range{3 * Tuv_MB, UINT64_MAX, true}));
     EXPECT_FALSE(sizes(""));
     EXPECT_NE(rangeList().find("  > 3 MB\n\n"), std::string::npos) << rangeList();
+    TuvNodeFilterItem::setCustomSizeItems({});
 }
 
 TEST_F(FindRanges, titlesOfDates) {
