@@ -223,7 +223,9 @@ TEST(LanguagesCommand, withoutFlagsThereAreNoCountries) {
     TempFolder empty;
     setResourcesFolder(empty.path());
     EXPECT_EQ(run.run({"languages", "--json", run.path}), kExitDone);
-    for (const auto& language : run.json()["languages"].GetArray()) EXPECT_TRUE(language["flag"].IsNull());
+    const auto document = run.json();
+    EXPECT_FALSE(document["languages"].Empty());
+    for (const auto& language : document["languages"].GetArray()) EXPECT_TRUE(language["flag"].IsNull());
 }
 
 // A tree that lies on the disk, for the signature files that are read there.
