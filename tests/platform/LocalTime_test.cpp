@@ -61,13 +61,13 @@ TEST(LocalTime, aDayWithTwoMidnights) {
     EXPECT_EQ(calendarDay({1509854400 - 1, "America/Havana"}), (CalendarDay{2017, 11, 4}));
 }
 
-// Every third hour of some years in zones of all kinds: the day holds the moment, begins with its first second, and is
+// Every eighth hour of some years in zones of all kinds: the day holds the moment, begins with its first second, and is
 // the same for all its hours, which shift from day to day.
 TEST(LocalTime, everyDayIsOnePiece) {
     for (const char* zone : {"UTC", "Europe/Berlin", "America/Havana", "America/Sao_Paulo", "Australia/Lord_Howe",
                              "Asia/Kathmandu", "Africa/Casablanca", "Pacific/Apia", "CET-1CEST,M3.5.0,M10.5.0/3"}) {
         double start = 0;
-        for (double moment = 1293840000; moment < 1293840000 + 2.1 * 365 * 86400; moment += 10799) {
+        for (double moment = 1293840000; moment < 1293840000 + 2.1 * 365 * 86400; moment += 28799) {
             const double day = startOfDay({moment, zone});
             ASSERT_LE(day, moment) << zone;
             ASSERT_EQ(calendarDay({day, zone}), calendarDay({moment, zone})) << zone;
