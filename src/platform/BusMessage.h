@@ -22,6 +22,10 @@ struct BusValue::Impl {
 
 BusValue makeBusValue(VariantRef value, std::shared_ptr<const FileList> files = nullptr);
 
+// A new reference to the value behind any number of variants; null for no value, and for another type.
+VariantRef plainValue(const BusValue& value);
+VariantRef plainValue(const BusValue& value, const char* type);
+
 // Gathers values whose handles count from zero each into one message or container with one list of files.
 class FileGatherer {
   public:

@@ -52,22 +52,6 @@ VariantRef inVariant(VariantRef value) {
     return sinkVariant(g_variant_new_variant(value.get()));
 }
 
-// A new reference to the value behind any number of variants; null for no value.
-VariantRef plain(const BusValue& value) {
-    if (value.isNull()) return nullptr;
-    VariantRef result(g_variant_ref(value.impl()->value.get()));
-    while (g_variant_is_of_type(result.get(), G_VARIANT_TYPE_VARIANT)) {
-        result.reset(g_variant_get_variant(result.get()));
-    }
-    return result;
-}
-
-VariantRef plainOfType(const BusValue& value, const char* type) {
-    VariantRef result = plain(value);
-    if (result && std::strcmp(g_variant_get_type_string(result.get()), type) != 0) return nullptr;
-    return result;
-}
-
 ByteView bytesOfArray(GVariant* array) {
     gsize count = 0;
     gconstpointer first = g_variant_get_fixed_array(array, &count, 1);
@@ -161,6 +145,21 @@ class Describer {
 
 }  // namespace
 
+VariantRef plainValue(const BusValue& value) {
+    if (value.isNull()) return nullptr;
+    VariantRef result(g_variant_ref(value.impl()->value.get()));
+    while (g_variant_is_of_type(result.get(), G_VARIANT_TYPE_VARIANT)) {
+        result.reset(g_variant_get_variant(result.get()));
+    }
+    return result;
+}
+
+VariantRef plainValue(const BusValue& value, const char* type) {
+    VariantRef result = plainValue(value);
+    if (result && std::strcmp(g_variant_get_type_string(result.get()), type) != 0) return nullptr;
+    return result;
+}
+
 BusValue BusValue::string(std::string_view text) {
     return makeBusValue(sinkVariant(newString(text)));
 }
@@ -171,6 +170,10 @@ BusValue BusValue::int32(std::int32_t value) {
 
 BusValue BusValue::uint32(std::uint32_t value) {
     return makeBusValue(sinkVariant(g_variant_new_uint32(value)));
+}
+
+BusValue BusValue::int64(std::int64_t value) {
+    return makeBusValue(sinkVariant(g_variant_new_int64(value)));
 }
 
 BusValue BusValue::boolean(bool value) {
@@ -221,6 +224,15 @@ BusValue BusValue::dictionary(const Dictionary& entries) {
     return makeBusValue(sinkVariant(g_variant_builder_end(&builder)), gatherer.files());
 }
 
+BusValue BusValue::dictionaries(const std::vector<Dictionary>& all) {
+    FileGatherer gatherer;
+    GVariantBuilder builder;
+    g_variant_builder_init(&builder, G_VARIANT_TYPE("aa{sv}"));
+    for (const Dictionary& entries : all)
+        g_variant_builder_add_value(&builder, gatherer.add(dictionary(entries)).get());
+    return makeBusValue(sinkVariant(g_variant_builder_end(&builder)), gatherer.files());
+}
+
 BusValue BusValue::texts(const std::vector<std::pair<std::string, std::string>>& entries) {
     GVariantBuilder builder;
     g_variant_builder_init(&builder, G_VARIANT_TYPE("a{ss}"));
@@ -256,7 +268,7 @@ std::string BusValue::type() const {
 }
 
 std::optional<std::string> BusValue::asString() const {
-    VariantRef value = plain(*this);
+    VariantRef value = plainValue(*this);
     if (!value || !std::strchr("sog", g_variant_get_type_string(value.get())[0])) return std::nullopt;
     gsize length = 0;
     const char* text = g_variant_get_string(value.get(), &length);
@@ -264,7 +276,7 @@ std::optional<std::string> BusValue::asString() const {
 }
 
 std::optional<std::int64_t> BusValue::asInteger() const {
-    VariantRef value = plain(*this);
+    VariantRef value = plainValue(*this);
     if (!value) return std::nullopt;
     switch (g_variant_get_type_string(value.get())[0]) {
         case 'i':
@@ -291,18 +303,18 @@ std::optional<std::int64_t> BusValue::asInteger() const {
 }
 
 std::optional<double> BusValue::asDouble() const {
-    VariantRef value = plainOfType(*this, "d");
+    VariantRef value = plainValue(*this, "d");
     if (!value) return std::nullopt;
     return g_variant_get_double(value.get());
 }
 
 std::optional<std::string> BusValue::asPath() const {
-    VariantRef value = plainOfType(*this, "ay");
+    VariantRef value = plainValue(*this, "ay");
     return value ? pathOfArray(value.get()) : std::nullopt;
 }
 
 std::optional<std::vector<std::string>> BusValue::asPaths() const {
-    VariantRef value = plainOfType(*this, "aay");
+    VariantRef value = plainValue(*this, "aay");
     if (!value) return std::nullopt;
     std::vector<std::string> result;
     gsize count = g_variant_n_children(value.get());
@@ -316,7 +328,7 @@ std::optional<std::vector<std::string>> BusValue::asPaths() const {
 }
 
 std::optional<std::vector<std::string>> BusValue::asStrings() const {
-    VariantRef value = plainOfType(*this, "as");
+    VariantRef value = plainValue(*this, "as");
     if (!value) return std::nullopt;
     std::vector<std::string> result;
     gsize count = g_variant_n_children(value.get());
@@ -330,7 +342,7 @@ std::optional<std::vector<std::string>> BusValue::asStrings() const {
 }
 
 std::optional<std::vector<std::uint32_t>> BusValue::asUint32s() const {
-    VariantRef value = plainOfType(*this, "au");
+    VariantRef value = plainValue(*this, "au");
     if (!value) return std::nullopt;
     gsize count = 0;
     auto* first = static_cast<const std::uint32_t*>(g_variant_get_fixed_array(value.get(), &count, 4));
@@ -338,7 +350,7 @@ std::optional<std::vector<std::uint32_t>> BusValue::asUint32s() const {
 }
 
 std::optional<BusData> BusValue::asData() const {
-    VariantRef value = plain(*this);
+    VariantRef value = plainValue(*this);
     if (!value) return std::nullopt;
     const char* type = g_variant_get_type_string(value.get());
     BusData result;
@@ -359,7 +371,7 @@ std::optional<BusData> BusValue::asData() const {
 }
 
 std::optional<BusValue::Dictionary> BusValue::asDictionary() const {
-    VariantRef value = plain(*this);
+    VariantRef value = plainValue(*this);
     if (!value) return std::nullopt;
     std::string_view type = g_variant_get_type_string(value.get());
     if (type != "a{sv}" && type != "a{ss}") return std::nullopt;
@@ -369,14 +381,26 @@ std::optional<BusValue::Dictionary> BusValue::asDictionary() const {
         VariantRef entry(g_variant_get_child_value(value.get(), i));
         VariantRef key(g_variant_get_child_value(entry.get(), 0));
         VariantRef content(g_variant_get_child_value(entry.get(), 1));
-        BusValue unwrapped = makeBusValue(plain(makeBusValue(std::move(content))), _value->files);
+        BusValue unwrapped = makeBusValue(plainValue(makeBusValue(std::move(content))), _value->files);
         result.emplace_back(g_variant_get_string(key.get(), nullptr), std::move(unwrapped));
     }
     return result;
 }
 
+std::optional<std::vector<BusValue::Dictionary>> BusValue::asDictionaries() const {
+    VariantRef value = plainValue(*this, "aa{sv}");
+    if (!value) return std::nullopt;
+    std::vector<Dictionary> result;
+    gsize count = g_variant_n_children(value.get());
+    for (gsize i = 0; i < count; ++i) {
+        const BusValue child = makeBusValue(VariantRef(g_variant_get_child_value(value.get(), i)), _value->files);
+        result.push_back(child.asDictionary().value_or(Dictionary()));
+    }
+    return result;
+}
+
 std::optional<std::vector<BusValue>> BusValue::asStructure() const {
-    VariantRef value = plain(*this);
+    VariantRef value = plainValue(*this);
     if (!value || g_variant_get_type_string(value.get())[0] != '(') return std::nullopt;
     std::vector<BusValue> members;
     gsize count = g_variant_n_children(value.get());
@@ -386,12 +410,12 @@ std::optional<std::vector<BusValue>> BusValue::asStructure() const {
 }
 
 BusValue BusValue::get(std::string_view key) const {
-    VariantRef value = plainOfType(*this, "a{sv}");
+    VariantRef value = plainValue(*this, "a{sv}");
     if (!value) return {};
     std::string name(key);
     VariantRef found(g_variant_lookup_value(value.get(), name.c_str(), nullptr));
     if (!found) return {};
-    return makeBusValue(plain(makeBusValue(std::move(found))), _value->files);
+    return makeBusValue(plainValue(makeBusValue(std::move(found))), _value->files);
 }
 
 std::string BusValue::description() const {

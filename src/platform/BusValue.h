@@ -34,6 +34,7 @@ class BusValue {
     static BusValue string(std::string_view text);                   // s; bytes that are not UTF-8 are written as \xNN
     static BusValue int32(std::int32_t value);                       // i
     static BusValue uint32(std::uint32_t value);                     // u
+    static BusValue int64(std::int64_t value);                       // x
     static BusValue boolean(bool value);                             // b
     static BusValue float64(double value);                           // d
     static BusValue path(std::string_view path);                     // ay with a closing NUL
@@ -42,7 +43,12 @@ class BusValue {
     static BusValue uint32s(const std::vector<std::uint32_t>& values);  // au
     static BusValue variant(const BusValue& value);                     // v
     static BusValue dictionary(const Dictionary& entries);              // a{sv}, each value wrapped in v
+    static BusValue dictionaries(const std::vector<Dictionary>& all);   // aa{sv}
     static BusValue texts(const std::vector<std::pair<std::string, std::string>>& entries);  // a{ss}
+    // Tables of texts, by number and name. Each number and each name stands once.
+    using Texts = std::vector<std::pair<std::string, std::string>>;
+    using TextTables = std::vector<std::pair<std::uint32_t, std::vector<std::pair<std::string, Texts>>>>;
+    static BusValue textTables(const TextTables& tables);             // a{ua{sa{ss}}}
     static BusValue structure(const std::vector<BusValue>& members);  // (...); no value when a member is none
     // ay up to kInlineLimit bytes, above that h: a sealed memory file. Empty or null bytes are the empty ay.
     static constexpr std::size_t kInlineLimit = 8u << 20;
@@ -61,7 +67,9 @@ class BusValue {
     std::optional<std::vector<std::uint32_t>> asUint32s() const;
     std::optional<BusData> asData() const;           // ay or h (mapped after its seals and size are checked)
     std::optional<Dictionary> asDictionary() const;  // a{sv}, variants unwrapped; also a{ss}
-    BusValue get(std::string_view key) const;        // of an a{sv}; no value when absent
+    std::optional<std::vector<Dictionary>> asDictionaries() const;  // aa{sv}
+    BusValue get(std::string_view key) const;                       // of an a{sv}; no value when absent
+    std::optional<TextTables> asTextTables() const;
     std::optional<std::vector<BusValue>> asStructure() const;
 
     std::string description() const;  // for logs and messages, one line, long values shortened

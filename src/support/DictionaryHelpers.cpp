@@ -1,24 +1,16 @@
 #include "support/DictionaryHelpers.h"
 
-#include <pwd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <vector>
 
+#include "platform/AccountNames.h"
 #include "platform/Text.h"
 
 namespace kavaro {
 
 namespace {
-
-std::string accountName(uid_t user) {
-    std::vector<char> buffer(16384);
-    struct passwd entry {};
-    struct passwd* found = nullptr;
-    if (getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found) != 0 || !found) return {};
-    return found->pw_name;
-}
 
 enum class Kind { null, number, text, date, other };
 
@@ -64,7 +56,7 @@ bool isSameFileOwner(const PropertyList& attributes) {
     if (const PropertyList* number = attributes.get(kFileOwnerAccountID))
         return number->as<std::int64_t>() && number->intValue() == static_cast<std::int64_t>(user);
     const PropertyList* name = attributes.get(kFileOwnerAccountName);
-    return name && name->string() && !name->string()->empty() && *name->string() == accountName(user);
+    return name && name->string() && !name->string()->empty() && *name->string() == userName(user);
 }
 
 PropertyList changesFromDictionary(const PropertyList& receiver, const PropertyList& other) {

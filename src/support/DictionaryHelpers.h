@@ -2,13 +2,10 @@
 
 #include <string>
 
+#include "platform/FileAttributes.h"
 #include "platform/PropertyList.h"
 
 namespace kavaro {
-
-// Keys of a dictionary of file attributes.
-inline constexpr const char* kFileOwnerAccountID = "NSFileOwnerAccountID";      // integer
-inline constexpr const char* kFileOwnerAccountName = "NSFileOwnerAccountName";  // string
 
 inline constexpr int kObjectNotFound = 0x7fffffff;
 

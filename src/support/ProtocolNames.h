@@ -38,5 +38,11 @@ inline constexpr std::string_view kSerializedKey = "serialized";
 inline constexpr std::string_view kParentInodesKey = "parentInodes";
 inline constexpr std::string_view kFoldersKey = "folders";
 inline constexpr std::string_view kReasonsKey = "reasons";
+inline constexpr std::string_view kErrorsKey = "errors";
+// Of each error; "detail" is an addition of ours.
+inline constexpr std::string_view kReasonKey = "reason";
+inline constexpr std::string_view kPathNameKey = "pathName";
+inline constexpr std::string_view kAttributesKey = "attributes";
+inline constexpr std::string_view kDetailKey = "detail";
 
 }  // namespace kavaro

@@ -59,6 +59,8 @@ TEST(BusValue, TypesOnTheWire) {
     EXPECT_EQ(BusValue::uint32s({}).type(), "au");
     EXPECT_EQ(BusValue::variant(BusValue::int32(1)).type(), "v");
     EXPECT_EQ(BusValue::dictionary({}).type(), "a{sv}");
+    EXPECT_EQ(BusValue::dictionaries({}).type(), "aa{sv}");
+    EXPECT_EQ(BusValue::int64(1).type(), "x");
     EXPECT_EQ(BusValue::data({}).type(), "ay");
     EXPECT_TRUE(BusValue::variant(BusValue()).isNull());
 }
@@ -155,6 +157,23 @@ TEST(BusValue, Dictionaries) {
     auto texts = parsed("{'k': 'v'}").asDictionary();
     ASSERT_TRUE(texts);
     EXPECT_EQ(texts->at(0).second.asString(), "v");
+}
+
+TEST(BusValue, arraysOfDictionariesKeepTheirOrderAndFiles) {
+    const std::string large(BusValue::kInlineLimit + 1, 'x');
+    const BusValue value =
+        BusValue::dictionaries({{{"a", BusValue::int64(INT64_MIN)}},
+                                {},
+                                {{"d", BusValue::data(bytesOf(large))}, {"p", BusValue::path("/p")}}});
+    const auto all = value.asDictionaries();
+    ASSERT_TRUE(all);
+    ASSERT_EQ(all->size(), 3u);
+    EXPECT_EQ((*all)[0][0].second.asInteger(), INT64_MIN);
+    EXPECT_TRUE((*all)[1].empty());
+    EXPECT_EQ(BusValue::dictionary((*all)[2]).get("d").asData()->view().size(), large.size());
+    EXPECT_EQ(BusValue::dictionary((*all)[2]).get("p").asPath(), "/p");
+    EXPECT_FALSE(BusValue::dictionary({}).asDictionaries());
+    EXPECT_TRUE(BusValue::variant(BusValue::dictionaries({})).asDictionaries());
 }
 
 TEST(BusValue, Structures) {

@@ -114,6 +114,55 @@ TEST(FileAttributes, APathMayBeLongerThanASystemCallTakes) {
     EXPECT_EQ(error, ENOENT);
 }
 
+std::int64_t numberOf(const PropertyList& attributes, const char* key) {
+    const PropertyList* value = attributes.get(key);
+    if (!value || !value->as<std::int64_t>()) ADD_FAILURE() << key << " is missing in " << attributes.description();
+    return value ? value->intValue() : -1;
+}
+
+std::string textOf(const PropertyList& attributes, const char* key) {
+    const PropertyList* value = attributes.get(key);
+    return value && value->string() ? *value->string() : "none";
+}
+
+TEST(FileAttributes, AllOfThemSayWhatAndWhoseItIs) {
+    TempFolder temp;
+    const std::string file = temp.write("file", "text");
+    ASSERT_EQ(chmod(file.c_str(), 04640), 0);
+    ASSERT_EQ(::link(file.c_str(), temp.path("second").c_str()), 0);
+    struct stat info {};
+    ASSERT_EQ(stat(file.c_str(), &info), 0);
+    const PropertyList attributes = allFileAttributesAtPath(file, false);
+    EXPECT_EQ(textOf(attributes, kFileType), "NSFileTypeRegular");
+    EXPECT_EQ(numberOf(attributes, kFileSize), 4);
+    EXPECT_EQ(numberOf(attributes, kFilePosixPermissions), 04640);
+    EXPECT_EQ(numberOf(attributes, kFileReferenceCount), 2);
+    EXPECT_EQ(numberOf(attributes, kFileSystemFileNumber), static_cast<std::int64_t>(info.st_ino));
+    EXPECT_EQ(numberOf(attributes, kFileOwnerAccountID), geteuid());
+    EXPECT_EQ(numberOf(attributes, kFileGroupOwnerAccountID), info.st_gid);
+    if (geteuid() == 0) {
+        EXPECT_EQ(textOf(attributes, kFileOwnerAccountName), "root");
+    }
+    EXPECT_GT(dateOf(attributes, kFileModificationDate), 1e9);
+
+    ASSERT_EQ(symlink("absent", temp.path("link").c_str()), 0);
+    EXPECT_EQ(textOf(allFileAttributesAtPath(temp.path("link"), false), kFileType), "NSFileTypeSymbolicLink");
+    EXPECT_EQ(textOf(allFileAttributesAtPath(temp.path(), false), kFileType), "NSFileTypeDirectory");
+    EXPECT_EQ(textOf(allFileAttributesAtPath("/dev/null", false), kFileType), "NSFileTypeCharacterSpecial");
+    EXPECT_TRUE(allFileAttributesAtPath(temp.path("absent"), false).isNull());
+}
+
+TEST(FileAttributes, AnOwnerWithoutAnAccountHasNoName) {
+    TempFolder temp;
+    const std::string file = temp.write("file", "");
+    constexpr uid_t kNobodys = 3999999997;
+    if (chown(file.c_str(), kNobodys, kNobodys) != 0) GTEST_SKIP() << "root alone gives files away";
+    const PropertyList attributes = allFileAttributesAtPath(file, false);
+    EXPECT_EQ(numberOf(attributes, kFileOwnerAccountID), kNobodys);
+    EXPECT_EQ(attributes.get(kFileOwnerAccountName), nullptr);
+    EXPECT_EQ(attributes.get(kFileGroupOwnerAccountName), nullptr);
+}
+
 // A dictionary that was kept as binary property list says the same afterwards: nothing looks changed by that.
 TEST(FileAttributes, DatesSurviveTheBinaryForm) {
     TempFolder temp;
