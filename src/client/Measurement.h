@@ -3,9 +3,11 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "model/TuvDirNode.h"
+#include "platform/BusValue.h"
 
 namespace kavaro {
 
@@ -42,6 +44,20 @@ struct MeasurementProgress {
     std::string currentFolder;  // as much of the path as is known
 };
 
+// What a command of the server came to.
+struct CommandReply {
+    struct PathFailure {
+        std::string path;
+        std::string reason;  // for people, without a full stop
+    };
+    std::vector<BusValue> values;
+    std::vector<PathFailure> failures;  // that the notification about the Trash told meanwhile
+    bool interrupted = false;           // by the user; the server may still be at work on it
+    std::string failure;                // for people, with a closing stop; empty when all went well
+
+    bool ok() const { return failure.empty() && !interrupted; }
+};
+
 // Measures folders one after another. Main thread. measure() runs the main loop until the job has ended, calling
 // `progress` about every tenth of a second; `interrupted` is asked often, and true stops the job.
 class MeasurementSource {
@@ -52,6 +68,12 @@ class MeasurementSource {
     };
     virtual ~MeasurementSource() = default;
     virtual Measurement measure(const std::string& path, const Callbacks& callbacks) = 0;
+    // Has one of the other commands done, by its name on the bus, and waits for its end as long as it takes: runs the
+    // main loop meanwhile and asks `interrupted` often. One that changes files is better waited for: what an abandoned
+    // one still does is told nobody. The server that measured is gone by then; another one is found or started, and
+    // stays for the next command.
+    virtual CommandReply command(std::string_view member, const std::vector<BusValue>& arguments,
+                                 const std::function<bool()>& interrupted) = 0;
 };
 
 }  // namespace kavaro

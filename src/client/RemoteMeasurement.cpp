@@ -168,18 +168,18 @@ std::string Job::failure() {
 
 }  // namespace
 
-bool RemoteMeasurement::connect(const Callbacks& callbacks, std::string* failure) {
+bool RemoteMeasurement::connect(const ServerConnection::Interrupted& interrupted, std::string* failure) {
     failure->clear();
     if (!_connection || _connection->isBusClosed()) {
         _connection = nullptr;  // a bus of our own ends before there is another one
         _connection = ServerConnection::open(_options, failure);
         if (!_connection) return false;
-    } else if (_serverEnds && !_connection->waitForServerEnd(_patience.serverEnd, callbacks.interrupted)) {
-        if (!callbacks.interrupted()) *failure = "the server of the folder before does not end. Run the command again.";
+    } else if (_serverEnds && !_connection->waitForServerEnd(_patience.serverEnd, interrupted)) {
+        if (!interrupted()) *failure = "the server of the folder before does not end. Run the command again.";
         return false;
     }
     _serverEnds = false;
-    return _connection->ensureServer(callbacks.interrupted, failure);
+    return _connection->ensureServer(interrupted, failure);
 }
 
 Measurement RemoteMeasurement::measure(const std::string& path, const Callbacks& callbacks) {
@@ -188,7 +188,7 @@ Measurement RemoteMeasurement::measure(const std::string& path, const Callbacks&
         measurement = Measurement();
         measurement.path = path;
         std::string failure;
-        if (!connect(callbacks, &failure)) {
+        if (!connect(callbacks.interrupted, &failure)) {
             measurement.interrupted = failure.empty();
             if (!failure.empty()) measurement.failure = printable(path) + ": " + failure;
             measurement.partial = true;

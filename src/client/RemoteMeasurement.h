@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "client/Measurement.h"
@@ -23,14 +24,19 @@ class RemoteMeasurement final : public MeasurementSource {
     RemoteMeasurement(ServerConnection::Options options, const Patience& patience)
         : _options(std::move(options)), _patience(patience) {}
     Measurement measure(const std::string& path, const Callbacks& callbacks) override;
+    CommandReply command(std::string_view member, const std::vector<BusValue>& arguments,
+                         const std::function<bool()>& interrupted) override;
 
   private:
-    bool connect(const Callbacks& callbacks, std::string* failure);
+    bool connect(const ServerConnection::Interrupted& interrupted, std::string* failure);
+    bool hasCommandServer() const;
+    std::string failureOf(const std::optional<BusReply>& reply, bool serverIsGone);
 
     const ServerConnection::Options _options;
     const Patience _patience;
     std::unique_ptr<ServerConnection> _connection;
-    bool _serverEnds = false;  // it has completed its job
+    bool _serverEnds = false;    // it has completed its job
+    std::string _commandServer;  // that has answered a command
 };
 
 }  // namespace kavaro

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "client/Measurement.h"
+#include "client/commandline/EmbeddedCommands.h"
 
 namespace kavaro {
 
@@ -10,6 +13,10 @@ namespace kavaro {
 class EmbeddedMeasurement final : public MeasurementSource {
   public:
     Measurement measure(const std::string& path, const Callbacks& callbacks) override;
+    CommandReply command(std::string_view member, const std::vector<BusValue>& arguments,
+                         const std::function<bool()>& interrupted) override {
+        return runEmbeddedCommand(member, arguments, interrupted);
+    }
 };
 
 }  // namespace kavaro

@@ -47,7 +47,6 @@ bool FolderMeasurements::measureOne(const std::string& argument, const Show& sho
         fail(kExitFailed);
         return true;
     }
-    if (!_source) _source = makeSource();
     Measurement measurement = measure(folder.path);
     // Whatever the last notification said: something was cut off.
     measurement.partial |= !measurement.ok();
@@ -56,7 +55,8 @@ bool FolderMeasurements::measureOne(const std::string& argument, const Show& sho
         writeError(_context, withProgramName(measurement.failure));
         fail(kExitFailed);
     } else if (measurement.interrupted) {
-        const char* shown = measurement.root ? "What was measured until then follows" : "";
+        const bool follows = measurement.root && _part == Part::isShown;
+        const char* shown = follows ? "What was measured until then follows" : "";
         writeError(_context, errorMessage(folder.path, "interrupted", shown));
     }
     if (!measurement.root) return true;
@@ -74,12 +74,19 @@ Measurement FolderMeasurements::measure(const std::string& path) {
     callbacks.progress = [&](const MeasurementProgress& progress) {
         if (line) line->show(progress);
     };
-    callbacks.interrupted = [&] {
-        if (_context.signalCount() == 0) return false;
-        _context.setLeaveAtOnce(true);  // the second one
-        return true;
-    };
-    return _source->measure(path, callbacks);
+    callbacks.interrupted = [this] { return isInterrupted(); };
+    return source().measure(path, callbacks);
+}
+
+MeasurementSource& FolderMeasurements::source() {
+    if (!_source) _source = makeSource();
+    return *_source;
+}
+
+bool FolderMeasurements::isInterrupted() const {
+    if (_context.signalCount() == 0) return false;
+    _context.setLeaveAtOnce(true);  // the second one
+    return true;
 }
 
 void FolderMeasurements::reportUnread(const std::string& argument, const Measurement& measurement, bool lists) const {

@@ -27,9 +27,12 @@ class FolderMeasurements {
     // A folder as it was named, and its outcome with a root. False ends the command: nobody reads on.
     using Show = std::function<bool(const std::string& argument, Measurement& measurement)>;
 
+    // What the user is told to expect when he stops a job.
+    enum class Part { isShown, isNotShown };
+
     // Both must live as long as this.
-    FolderMeasurements(const MeasureOptions& options, const CommandContext& context)
-        : _options(options), _context(context) {}
+    FolderMeasurements(const MeasureOptions& options, const CommandContext& context, Part part = Part::isShown)
+        : _options(options), _context(context), _part(part) {}
     FolderMeasurements(const FolderMeasurements&) = delete;
     FolderMeasurements& operator=(const FolderMeasurements&) = delete;
 
@@ -37,6 +40,10 @@ class FolderMeasurements {
     void run(const Show& show);
     // On standard error: that folders could not be looked into, with `lists` which and why. Nothing where all were.
     void reportUnread(const std::string& argument, const Measurement& measurement, bool lists) const;
+    // What measured the folders: it has other commands for the server, too. Made when there is none yet.
+    MeasurementSource& source();
+    // Whether the user has had enough. From then on the next signal ends the process at once.
+    bool isInterrupted() const;
     // Writes out what is left and says when it cannot be written. A reader that has seen enough is no error.
     void finishOutput(Output& output, const std::string& name = "standard output");
 
@@ -51,6 +58,7 @@ class FolderMeasurements {
 
     const MeasureOptions& _options;
     const CommandContext& _context;
+    const Part _part;
     std::unique_ptr<MeasurementSource> _source;
     int _exitCode = kExitDone;
 };

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,8 +19,10 @@ struct CommandContext {
     int error = 2;
     bool outputIsTerminal = false;
     bool errorIsTerminal = false;
-    std::function<int()> outputColumns;  // of the terminals; 0 when unknown
-    std::function<int()> errorColumns;   // less than 0 while this process is in the terminal's background
+    bool canAsk = false;                                     // somebody reads standard error and types standard input
+    std::function<std::optional<std::string>()> readAnswer;  // a line of standard input; nothing at its end
+    std::function<int()> outputColumns;                      // of the terminals; 0 when unknown
+    std::function<int()> errorColumns;  // less than 0 while this process is in the terminal's background
     Clock* clock = nullptr;
     std::function<int()> signalCount;          // termination signals caught so far
     std::function<void(bool)> setLeaveAtOnce;  // while true, a signal ends the process with 130 by itself

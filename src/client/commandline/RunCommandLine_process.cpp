@@ -1,3 +1,4 @@
+#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
@@ -52,6 +53,18 @@ void setLeaveAtOnce(bool on) {
     }
 }
 
+// Byte by byte: what comes after the line is not ours.
+std::optional<std::string> readAnswer() {
+    std::string line;
+    for (char byte = 0;;) {
+        const ssize_t length = read(STDIN_FILENO, &byte, 1);
+        if (length < 0 && errno == EINTR) continue;
+        if (length <= 0) return line.empty() ? std::nullopt : std::optional(line);
+        if (byte == '\n') return line;
+        line += byte;
+    }
+}
+
 }  // namespace
 
 int runCommandLine(int argc, char** argv) {
@@ -62,6 +75,8 @@ int runCommandLine(int argc, char** argv) {
     CommandContext context;
     context.outputIsTerminal = isTerminal(STDOUT_FILENO);
     context.errorIsTerminal = isTerminal(STDERR_FILENO) && !isDumbTerminal();
+    context.canAsk = isTerminal(STDIN_FILENO) && isTerminal(STDERR_FILENO);
+    context.readAnswer = readAnswer;
     context.outputColumns = [] { return terminalColumns(STDOUT_FILENO); };
     context.errorColumns = [] { return isInForeground(STDERR_FILENO) ? terminalColumns(STDERR_FILENO) : -1; };
     context.clock = &Clock::system();

@@ -60,6 +60,10 @@ class CommandRun {
             ++embedded;
             return std::make_unique<Source>(*this);
         };
+        context.readAnswer = [this]() -> std::optional<std::string> {
+            ++asked;
+            return typed;
+        };
         context.serverControl = [this](const RemoteOptions& options) {
             remotes.push_back(options);
             return std::make_unique<Control>(*this);
@@ -87,14 +91,18 @@ class CommandRun {
     CommandContext context;
     FakeClock clock;
     Measure measure;
+    // What the server's other commands come to; nothing else is asked of it where this is empty.
+    std::function<CommandReply(std::string_view, const std::vector<BusValue>&, const std::function<bool()>&)> command;
     ServerControl::Answer answer;
+    std::optional<std::string> typed;  // the answer to a question
     int columns = 80;
     int signals = 0;
     // What was asked for.
-    std::vector<std::string> measured;
+    std::vector<std::string> measured, commands;
     std::vector<RemoteOptions> remotes;
     std::vector<bool> leavesAtOnce;
     int embedded = 0;
+    int asked = 0;
     int stops = 0;
 
   private:
@@ -103,6 +111,14 @@ class CommandRun {
         Measurement measure(const std::string& path, const Callbacks& callbacks) override {
             owner.measured.push_back(path);
             return owner.measure(path, callbacks);
+        }
+        CommandReply command(std::string_view member, const std::vector<BusValue>& arguments,
+                             const std::function<bool()>& interrupted) override {
+            owner.commands.emplace_back(member);
+            if (owner.command) return owner.command(member, arguments, interrupted);
+            CommandReply reply;
+            reply.failure = "there is no server.";
+            return reply;
         }
         CommandRun& owner;
     };
