@@ -20,7 +20,7 @@ struct SafePlace {
 // for a path that is not absolute, holds "..", or names no entry, as "/" does; ELOOP or ENOTDIR for a link on the way.
 int openSafePlace(const std::string& path, SafePlace* place);
 
-// The folder of a path itself. `flags` as those of open(); O_DIRECTORY, O_NOFOLLOW and O_CLOEXEC are added.
+// The folder of a path itself. `flags` as those of open(); O_DIRECTORY and O_CLOEXEC are added.
 int openSafeFolder(const std::string& path, int flags, FileDescriptor* folder);
 
 // Whether the entry is there; a link is, whatever it leads to, and so is one that cannot be looked at.
