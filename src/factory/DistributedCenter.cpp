@@ -2,11 +2,24 @@
 
 #include <algorithm>
 
+#include "platform/BusPropertyList.h"
 #include "support/ProtocolNames.h"
 
 namespace kavaro {
 
 namespace {
+
+BusValue errorsOf(const std::vector<TrashError>& errors) {
+    std::vector<BusValue::Dictionary> all;
+    for (const TrashError& error : errors) {
+        BusValue::Dictionary entries{{std::string(kReasonKey), BusValue::string(error.reason)},
+                                     {std::string(kPathNameKey), BusValue::path(error.pathName)},
+                                     {std::string(kAttributesKey), busValueOf(error.attributes)}};
+        if (!error.detail.empty()) entries.emplace_back(kDetailKey, BusValue::string(error.detail));
+        all.push_back(std::move(entries));
+    }
+    return BusValue::dictionaries(all);
+}
 
 BusValue dictionaryOf(const NotificationUserInfo& userInfo) {
     BusValue::Dictionary entries;
@@ -16,6 +29,7 @@ BusValue dictionaryOf(const NotificationUserInfo& userInfo) {
         entries.emplace_back(kFoldersKey, BusValue::paths(*userInfo.folders));
         entries.emplace_back(kReasonsKey, BusValue::strings(userInfo.reasons));
     }
+    if (userInfo.errors) entries.emplace_back(kErrorsKey, errorsOf(*userInfo.errors));
     return BusValue::dictionary(entries);
 }
 

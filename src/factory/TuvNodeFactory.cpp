@@ -55,6 +55,7 @@ TuvNodeFactory::TuvNodeFactory(const Surroundings& wanted)
     : _clock(*wanted.clock),
       _durations(wanted.durations),
       _distributedCenter(wanted.distributedCenter),
+      _workspace(*wanted.workspace),
       _debugOn(TuvLog::debugLevel(factoryLog)),
       _traceOn(TuvLog::traceLevel(factoryLog)),
       _notificationInterval(kUnsetInterval),

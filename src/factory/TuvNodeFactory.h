@@ -17,6 +17,7 @@
 #include "platform/Clock.h"
 #include "platform/ConditionLock.h"
 #include "platform/RunLoop.h"
+#include "platform/Workspace.h"
 #include "scan/ScanSession.h"
 
 namespace kavaro {
@@ -42,6 +43,7 @@ class TuvNodeFactory : public TuvKavaroProxy {
         Clock* clock = &Clock::system();
         Durations durations;
         DistributedCenter* distributedCenter = nullptr;  // must outlive the engine; null: nothing can be posted there
+        Workspace* workspace = &Workspace::shared();     // must outlive the engine
     };
     // Takes effect for the engine that the next first sharedInstance() makes.
     static void setSurroundings(const Surroundings& surroundings);
@@ -56,6 +58,16 @@ class TuvNodeFactory : public TuvKavaroProxy {
     ByteBuffer hasFileSytemChanged(const std::string& path);
     ByteBuffer nodeWithPath(const std::string& path, bool loadChildren);
     void stopSizing();
+
+    // TuvNodeFactory_trash.cpp. What became of the paths is told by the Trash notification: from within the call or,
+    // with a local worker, a moment later, unless another call takes its place before that.
+    void moveToTrash(const std::vector<std::string>& paths);
+    // With the setting to remove as root anything is; otherwise what is in users' folders alone.
+    static bool isSafeToTashPathsAsSudo(const std::vector<std::string>& paths);
+    // TuvNodeFactory_removals.cpp. For good. Failures are in the log alone. A language folder goes only while an
+    // English one stays beside it; the first one without ends the call.
+    void removeLocales(const std::vector<std::string>& paths);
+    void removeNibs(const std::vector<std::string>& paths);
 
     // The low byte of the number of waiting folders: NO for any multiple of 256. Clients rely on it, keep it so.
     signed char isWorking() const { return static_cast<signed char>(_threadStackCount.load() & 0xff); }
@@ -102,6 +114,12 @@ class TuvNodeFactory : public TuvKavaroProxy {
     void post(std::string_view name, const std::any& localObject, const NotificationUserInfo& userInfo);
     void postMissedFolders(const std::vector<MissedFolder>& missed);
 
+    // TuvNodeFactory_trash.cpp
+    void _moveToTrash(const std::vector<std::string>& paths);
+    TuvRef<TuvNode> _moveToTrash(const std::string& path, NotificationUserInfo& userInfo);
+    void _moveToTrashNotification(ByteBuffer data, const NotificationUserInfo& userInfo);
+
+    const char* workerText() const { return _localWorker ? "isLocal" : "isRemote"; }
     void retireJob();
     void removeWaiting(const TuvDirNode* folder) KAVARO_REQUIRES(_threadStackLock);
     void unlockThreadStack() KAVARO_RELEASE(_threadStackLock);
@@ -111,11 +129,13 @@ class TuvNodeFactory : public TuvKavaroProxy {
     Clock& _clock;
     const Durations _durations;
     DistributedCenter* const _distributedCenter;
+    Workspace& _workspace;
     const bool _debugOn;
     const bool _traceOn;
 
     // Main thread.
     std::optional<std::vector<std::uint32_t>> _parentInodes;
+    RunLoop::TimerID _trashTimer = 0;
 
     // Read by any thread: settings and counters that the rules read without a lock.
     std::atomic<bool> _localWorker{false};

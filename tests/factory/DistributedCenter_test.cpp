@@ -92,6 +92,30 @@ TEST_F(BusDistributedCenterTest, carriesUnreadFoldersWithAnyBytes) {
     EXPECT_THAT(*heard[0].userInfo.get("reasons").asStrings(), ElementsAre("permission", "vanished"));
 }
 
+TEST_F(BusDistributedCenterTest, carriesWhatCouldNotBeTrashed) {
+    NotificationUserInfo userInfo;
+    userInfo.serialized = std::make_shared<const ByteBuffer>();
+    userInfo.errors.emplace();
+    userInfo.errors->push_back({"the reason", "/r/\xff\n", {}, {}});
+    const PropertyList attributes =
+        PropertyList::Dictionary{{"NSFileSize", std::int64_t{5} << 40}, {"NSFileOwnerAccountName", "me"}};
+    userInfo.errors->push_back({"another", "/r/b", attributes, "the detail"});
+    ASSERT_TRUE(post(TuvNodeFactoryTrashFileNotification, userInfo));
+    ASSERT_TRUE(runUntil([this] { return heard.size() == 1; }));
+    EXPECT_EQ(heard[0].userInfo.get("serialized").type(), "ay");
+    const auto errors = heard[0].userInfo.get("errors").asDictionaries();
+    ASSERT_TRUE(errors);
+    ASSERT_EQ(errors->size(), 2u);
+    const BusValue first = BusValue::dictionary((*errors)[0]);
+    EXPECT_EQ(first.get("reason").asString(), "the reason");
+    EXPECT_EQ(first.get("pathName").asPath(), "/r/\xff\n");
+    EXPECT_EQ((*errors)[0].size(), 2u);
+    const BusValue second = BusValue::dictionary((*errors)[1]);
+    EXPECT_EQ(second.get("attributes").get("NSFileSize").asInteger(), std::int64_t{5} << 40);
+    EXPECT_EQ(second.get("attributes").get("NSFileOwnerAccountName").asString(), "me");
+    EXPECT_EQ(second.get("detail").asString(), "the detail");
+}
+
 TEST_F(BusDistributedCenterTest, carriesMoreThanAMessageHolds) {
     constexpr std::size_t kLength = 70u << 20;
     ByteBuffer bytes(kLength);

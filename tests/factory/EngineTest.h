@@ -41,7 +41,7 @@ class EngineTest : public testing::Test {
     // The one engine, made by the first call. Its switches for debug and trace follow the log's level at that moment.
     TuvNodeFactory* engine(bool local = true) {
         if (!TuvNodeFactory::hasSharedInstance()) {
-            TuvNodeFactory::setSurroundings({&clock, durations, &posted});
+            TuvNodeFactory::setSurroundings({&clock, durations, &posted, workspace});
             TuvNodeFactory::sharedInstance()->setLocalWorker(local);
         }
         return TuvNodeFactory::sharedInstance();
@@ -71,6 +71,7 @@ class EngineTest : public testing::Test {
     TuvNodeFactory::Durations durations{.setUpPause = 0};
     std::shared_ptr<FakeCatalog> fake = std::make_shared<FakeCatalog>();
     std::shared_ptr<GatedCatalog> catalog;
+    Workspace* workspace = &Workspace::shared();
     TempFolder home;  // the user's, with his settings
 
   private:
