@@ -73,6 +73,9 @@ class TuvNodeFactoryServer : public TuvKavaroProxy {
     BusReply prioritizeNodeWithInodePath(const BusCall& call);
     BusReply hasFileSytemChanged(const BusCall& call);
     BusReply stopSizing(const BusCall& call);
+    BusReply moveToTrash(const BusCall& call);
+    BusReply removeLocales(const BusCall& call);
+    BusReply removeNibs(const BusCall& call);
     BusReply shutdownServerCall(const BusCall& call);
     TuvNodeFactory* factory();
 

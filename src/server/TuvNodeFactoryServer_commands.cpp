@@ -23,6 +23,18 @@ std::optional<std::string> pathAt(const BusCall& call, std::size_t index) {
     return path;
 }
 
+const std::string kBadPaths = "every path must be an absolute path without a NUL byte";
+
+// Absolute paths, or nothing.
+std::optional<std::vector<std::string>> pathsAt(const BusCall& call, std::size_t index) {
+    if (index >= call.arguments.size()) return std::nullopt;
+    auto paths = call.arguments[index].asPaths();
+    if (!paths) return std::nullopt;
+    for (const std::string& path : *paths)
+        if (path.empty() || path.front() != '/') return std::nullopt;
+    return paths;
+}
+
 BusReply nodeReply(const ByteBuffer& node) {
     return {{BusValue::variant(BusValue::data(node.view()))}, {}};
 }
@@ -62,6 +74,9 @@ BusReply TuvNodeFactoryServer::handleCall(const BusCall& call) {
         {"prioritizeNodeWithInodePath", &TuvNodeFactoryServer::prioritizeNodeWithInodePath},
         {"hasFileSytemChanged", &TuvNodeFactoryServer::hasFileSytemChanged},
         {"stopSizing", &TuvNodeFactoryServer::stopSizing},
+        {"moveToTrash", &TuvNodeFactoryServer::moveToTrash},
+        {"removeLocales", &TuvNodeFactoryServer::removeLocales},
+        {"removeNibs", &TuvNodeFactoryServer::removeNibs},
         {"shutdownServer", &TuvNodeFactoryServer::shutdownServerCall},
     };
     for (const auto& [member, command] : kCommands)
@@ -105,6 +120,30 @@ BusReply TuvNodeFactoryServer::hasFileSytemChanged(const BusCall& call) {
 BusReply TuvNodeFactoryServer::stopSizing(const BusCall&) {
     TuvLog::info(serverLog, "stopSizing", "");
     factory()->stopSizing();
+    return {};
+}
+
+BusReply TuvNodeFactoryServer::moveToTrash(const BusCall& call) {
+    const auto paths = pathsAt(call, 0);
+    if (!paths) return invalid(call, kBadPaths);
+    TuvLog::info(serverLog, "moveToTrash:", "");
+    factory()->moveToTrash(*paths);
+    return {};
+}
+
+BusReply TuvNodeFactoryServer::removeLocales(const BusCall& call) {
+    const auto paths = pathsAt(call, 0);
+    if (!paths) return invalid(call, kBadPaths);
+    TuvLog::info(serverLog, "removeLocales:", "");
+    factory()->removeLocales(*paths);
+    return {};
+}
+
+BusReply TuvNodeFactoryServer::removeNibs(const BusCall& call) {
+    const auto paths = pathsAt(call, 0);
+    if (!paths) return invalid(call, kBadPaths);
+    TuvLog::info(serverLog, "removeNibs:", "");
+    factory()->removeNibs(*paths);
     return {};
 }
 
