@@ -88,6 +88,8 @@ class TuvDirNode : public TuvNode {
     // Files within nib bundles that running applications do not read, by path; not those that a signature covers.
     // Reads the signature files.
     TuvRef<TuvObjectArray> nibFiles() const;
+    // Programs of applications and frameworks below the folder, which may hold code for several kinds of processors.
+    TuvRef<TuvObjectArray> lipoFiles() const;
 
     // serialization/
     void serialize(ByteBuffer& data, int depth) const override;
