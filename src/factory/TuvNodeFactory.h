@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cleanup/LipoRequests.h"
 #include "factory/DistributedCenter.h"
 #include "factory/TuvKavaroProxy.h"
 #include "model/TuvDirNode.h"
@@ -68,6 +69,11 @@ class TuvNodeFactory : public TuvKavaroProxy {
     // English one stays beside it; the first one without ends the call.
     void removeLocales(const std::vector<std::string>& paths);
     void removeNibs(const std::vector<std::string>& paths);
+
+    // TuvNodeFactory_slimming.cpp. Tables of the files that have one; each file is opened before the call returns.
+    LipoTables lipoNodesInfo(const std::vector<LipoQuestion>& files);
+    // One after another; failures are in the log alone.
+    void lipoNodes(const std::vector<LipoRemoval>& files);
 
     // The low byte of the number of waiting folders: NO for any multiple of 256. Clients rely on it, keep it so.
     signed char isWorking() const { return static_cast<signed char>(_threadStackCount.load() & 0xff); }

@@ -76,6 +76,8 @@ class TuvNodeFactoryServer : public TuvKavaroProxy {
     BusReply moveToTrash(const BusCall& call);
     BusReply removeLocales(const BusCall& call);
     BusReply removeNibs(const BusCall& call);
+    BusReply lipoNodesInfo(const BusCall& call);
+    BusReply lipoNodes(const BusCall& call);
     BusReply shutdownServerCall(const BusCall& call);
     TuvNodeFactory* factory();
 

@@ -77,6 +77,8 @@ BusReply TuvNodeFactoryServer::handleCall(const BusCall& call) {
         {"moveToTrash", &TuvNodeFactoryServer::moveToTrash},
         {"removeLocales", &TuvNodeFactoryServer::removeLocales},
         {"removeNibs", &TuvNodeFactoryServer::removeNibs},
+        {"lipoNodesInfo", &TuvNodeFactoryServer::lipoNodesInfo},
+        {"lipoNodes", &TuvNodeFactoryServer::lipoNodes},
         {"shutdownServer", &TuvNodeFactoryServer::shutdownServerCall},
     };
     for (const auto& [member, command] : kCommands)
@@ -144,6 +146,24 @@ BusReply TuvNodeFactoryServer::removeNibs(const BusCall& call) {
     if (!paths) return invalid(call, kBadPaths);
     TuvLog::info(serverLog, "removeNibs:", "");
     factory()->removeNibs(*paths);
+    return {};
+}
+
+BusReply TuvNodeFactoryServer::lipoNodesInfo(const BusCall& call) {
+    const auto files = call.arguments.empty() ? std::nullopt : lipoQuestionsIn(call.arguments[0]);
+    if (!files)
+        return invalid(call, "each entry needs \"inode\" (u) and \"filePath\", an absolute path without a NUL byte");
+    TuvLog::info(serverLog, "lipoNodesInfo:", "");
+    return {{busValueOf(factory()->lipoNodesInfo(*files))}, {}};
+}
+
+BusReply TuvNodeFactoryServer::lipoNodes(const BusCall& call) {
+    const auto files = call.arguments.empty() ? std::nullopt : lipoRemovalsIn(call.arguments[0]);
+    if (!files)
+        return invalid(call,
+                       "each entry needs \"filePath\", an absolute path without a NUL byte, and \"archTypes\" (as)");
+    TuvLog::info(serverLog, "lipoNodes:", "");
+    factory()->lipoNodes(*files);
     return {};
 }
 

@@ -4,6 +4,7 @@ import re
 import subprocess
 
 import harness
+import universal
 
 
 class Gdbus(harness.Case):
@@ -90,6 +91,29 @@ class Gdbus(harness.Case):
                 self.assertNotEqual(result.returncode, 0)
         self.assertIsNone(self.server.poll())
         self.assertIn("'version'", self.call_server('versionInfo').stdout)
+
+    def test_slimming(self):
+        machine_runs_it = 'i386' if os.uname().machine in ('x86_64', 'i686') else 'none'
+        name = os.path.join(self.folder, 'a "name"')
+        universal.write(name, [('ppc', b'p' * 1000), ('i386', b'i' * 2000), ('arm64', b'a' * 3000)])
+        entries = (f'[{{"inode": <uint32 5>, "filePath": <{self.path(name)}>}},'
+                   f' {{"inode": <uint32 6>, "filePath": <{self.path("/none")}>}}]')
+        answer = self.call_server('lipoNodesInfo', entries).stdout
+        self.assertIn("{uint32 5: {", answer)
+        self.assertIn("'ppc': {'architecture': 'ppc', 'size': '1000'}", answer)
+        self.assertIn("'arm64': {'architecture': 'arm64', 'size': '3000'}", answer)
+        self.assertEqual('i386' in answer, machine_runs_it == 'none')
+        self.assertNotIn('6:', answer)
+        removal = f'[{{"filePath": <{self.path(name)}>, "archTypes": <["ppc"]>}}]'
+        self.assertEqual(self.call_server('lipoNodes', removal).stdout.strip(), '()')
+        self.assertEqual([slice[0] for slice in universal.read(name)], ['i386', 'arm64'])
+        log = self.server_log()
+        self.assertIn(f'Removed [ppc] from "{name}"', log)
+        self.assertIn('No changes in permissions', log)
+        for member, wrong in (('lipoNodesInfo', '[{"inode": <uint32 5>}]'), ('lipoNodes', removal.replace('Types', '')),
+                              ('lipoNodesInfo', removal)):
+            self.assertIn('InvalidArgs', self.call_server(member, wrong, check=False).stderr)
+        self.assertEqual(self.call_server('lipoNodesInfo', '@aa{sv} []').stdout.strip(), '(@a{ua{sa{ss}}} {},)')
 
     def test_stop_and_shutdown(self):
         monitor = self.monitor()
