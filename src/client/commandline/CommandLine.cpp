@@ -118,6 +118,7 @@ CommandLine::CommandLine() : _app("Shows how folders use the disk.", "kavaro") {
     addSize();
     addFind();
     addCleanup();
+    addSlim();
     addServerCommands();
     addDefaults();
 }
@@ -258,6 +259,37 @@ void CommandLine::addCleanup() {
         addColor(*command);
         addMeasuring(*command, cleanup);
     }
+}
+
+void CommandLine::addConfirmation(CLI::App& command, ConfirmOptions& options) {
+    command.add_flag("--yes", options.yes, "Do it without a question, which is needed where nobody can be asked");
+    command.add_flag("--dry-run", options.dryRun, "Show what would be done, and do nothing");
+}
+
+void CommandLine::addSlim() {
+    SlimOptions& slim = _parsed.slim;
+    CLI::App* command =
+        addCommand(_app, "slim", "Measure folders and list the programs with code for processors of another kind",
+                   "  kavaro slim /srv/apps\n"
+                   "  kavaro slim --json /srv/apps\n"
+                   "  kavaro slim --apply --dry-run /srv/apps\n"
+                   "  kavaro slim --arch arm64 --arch ppc --apply /srv/apps");
+    addFolders(*command, slim);
+    CLI::Option* json =
+        command->add_flag("--json", slim.json, "Write JSON: an object with the programs, for several folders an array");
+    command->add_flag("--apply", slim.apply, "Rewrite the programs without that code")->excludes(json);
+    addConfirmation(*command, slim.confirm);
+    command
+        ->add_option("--arch", slim.architectures,
+                     "What goes is this code, for example arm64, and not that for the other family of processors; can "
+                     "be given several times")
+        ->type_name("NAME")
+        ->expected(1)
+        ->allow_extra_args(false)
+        ->take_all();
+    command->add_flag("--errors", slim.errors, "List the folders that could not be looked into, with the reason");
+    addColor(*command);
+    addMeasuring(*command, slim);
 }
 
 void CommandLine::addServerCommands() {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "client/commandline/Color.h"
+#include "client/commandline/Confirmation.h"
 #include "client/commandline/EntryWalk.h"
 #include "client/commandline/FolderMeasurements.h"
 
@@ -45,6 +46,15 @@ struct CleanupOptions : MeasureOptions {
     bool errors = false;
 };
 
+struct SlimOptions : MeasureOptions {
+    ColorChoice color = ColorChoice::automatic;
+    bool json = false;
+    bool errors = false;
+    bool apply = false;
+    std::vector<std::string> architectures;  // that go; empty: those of the other family of processors
+    ConfirmOptions confirm;
+};
+
 // What the arguments ask for.
 struct ParsedCommand {
     enum class Kind {
@@ -54,6 +64,7 @@ struct ParsedCommand {
         find,
         languages,
         nibs,
+        slim,
         stop,
         version,
         defaultsRead,
@@ -65,7 +76,8 @@ struct ParsedCommand {
     std::string text;
     SizeOptions size;
     FindOptions find;
-    CleanupOptions cleanup;          // languages, nibs
+    CleanupOptions cleanup;  // languages, nibs
+    SlimOptions slim;
     std::string bus = "session";     // stop, version
     std::string domain, key, value;  // defaults; an empty key means all of them
     std::string format;              // generate
@@ -101,6 +113,7 @@ class CommandLine {
     void addSize();
     void addFind();
     void addCleanup();
+    void addSlim();
     void addServerCommands();
     void addDefaults();
     CLI::App* addCommand(CLI::App& parent, const char* name, const char* description, const char* examples);
@@ -109,11 +122,14 @@ class CommandLine {
     void addFolders(CLI::App& command, MeasureOptions& options);
     void addMeasuring(CLI::App& command, MeasureOptions& options);
     void addColor(CLI::App& command);
+    // For commands that change something.
+    void addConfirmation(CLI::App& command, ConfirmOptions& options);
     void hint(const CLI::Option* option, CompletionHint::Kind kind, std::vector<std::string> words = {});
     void finishFolders(const CLI::App& command);
     void finishSize(ParsedCommand& parsed) const;
     void finishFind(ParsedCommand& parsed, const CLI::App& command) const;
     void finishCleanup(ParsedCommand& parsed, const CLI::App& command) const;
+    void finishSlim(ParsedCommand& parsed) const;
     ColorChoice colorChoice() const;
     bool isKnownCommand(const std::string& word) const;
 

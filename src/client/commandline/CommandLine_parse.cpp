@@ -39,6 +39,7 @@ Kind kindOf(const std::string& command) {
         {"kavaro find", Kind::find},
         {"kavaro languages", Kind::languages},
         {"kavaro nibs", Kind::nibs},
+        {"kavaro slim", Kind::slim},
         {"kavaro stop", Kind::stop},
         {"kavaro version", Kind::version},
         {"kavaro defaults read", Kind::defaultsRead},
@@ -121,6 +122,7 @@ ParsedCommand CommandLine::parse(const std::vector<std::string>& arguments) {
     if (parsed.kind == Kind::size) finishSize(parsed);
     if (parsed.kind == Kind::find) finishFind(parsed, command);
     if (parsed.kind == Kind::languages || parsed.kind == Kind::nibs) finishCleanup(parsed, command);
+    if (parsed.kind == Kind::slim) finishSlim(parsed);
     if (parsed.kind == Kind::defaultsRead && parsed.domain.empty()) parsed.domain = kPreferencesDomain;
     if (parsed.kind == Kind::wrong) return wrong(command, parsed.text);
     return parsed;
@@ -191,6 +193,18 @@ void CommandLine::finishCleanup(ParsedCommand& parsed, const CLI::App& command) 
     if (!parsed.cleanup.folders.empty()) return;
     parsed.kind = Kind::wrong;
     parsed.text = "no folder given. Name at least one, for example: " + fullName(command) + " /srv/apps";
+}
+
+void CommandLine::finishSlim(ParsedCommand& parsed) const {
+    SlimOptions& slim = parsed.slim;
+    slim.color = colorChoice();
+    slim.architectures = withoutMarks(slim.architectures);
+    const auto fail = [&](const char* reason) {
+        parsed.kind = Kind::wrong;
+        parsed.text = reason;
+    };
+    if (!slim.apply && (slim.confirm.yes || slim.confirm.dryRun)) return fail("--yes and --dry-run go with --apply");
+    if (slim.folders.empty()) fail("no folder given. Name at least one, for example: kavaro slim /srv/apps");
 }
 
 }  // namespace kavaro

@@ -10,6 +10,7 @@ int runSize(const SizeOptions& options, const CommandContext& context);
 int runFind(const FindOptions& options, const CommandContext& context);
 int runLanguages(const CleanupOptions& options, const CommandContext& context);
 int runNibs(const CleanupOptions& options, const CommandContext& context);
+int runSlim(const SlimOptions& options, const CommandContext& context);
 int runStop(const std::string& bus, const CommandContext& context);
 int runVersion(const std::string& bus, const CommandContext& context);
 int runDefaults(const ParsedCommand& command, const CommandContext& context);

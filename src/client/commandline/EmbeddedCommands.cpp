@@ -19,6 +19,18 @@ CommandReply hasFileSytemChanged(TuvNodeFactory& engine, const Arguments& argume
     return reply;
 }
 
+CommandReply lipoNodesInfo(TuvNodeFactory& engine, const Arguments& arguments) {
+    CommandReply reply;
+    const auto files = lipoQuestionsIn(arguments.at(0));
+    if (files) reply.values.push_back(busValueOf(engine.lipoNodesInfo(*files)));
+    return reply;
+}
+
+CommandReply lipoNodes(TuvNodeFactory& engine, const Arguments& arguments) {
+    if (const auto files = lipoRemovalsIn(arguments.at(0))) engine.lipoNodes(*files);
+    return {};
+}
+
 struct Command {
     std::string_view member;
     CommandReply (*run)(TuvNodeFactory& engine, const Arguments& arguments);
@@ -26,6 +38,8 @@ struct Command {
 
 constexpr Command kCommands[] = {
     {"hasFileSytemChanged", hasFileSytemChanged},
+    {"lipoNodesInfo", lipoNodesInfo},
+    {"lipoNodes", lipoNodes},
 };
 
 }  // namespace

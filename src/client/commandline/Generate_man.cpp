@@ -118,6 +118,15 @@ constexpr const char* kCleanupJson =
     "\\-\\-json\\fR there are\n"
     "\\fInibs\\fR in place of languages, and no folders.\n";
 
+constexpr const char* kSlimJson =
+    ".PP\n"
+    "With \\fBkavaro slim \\-\\-json\\fR, an object holds \\fIpath\\fR, \\fIprograms\\fR, \\fIfreed\\fR (bytes of all "
+    "code "
+    "that goes)\n"
+    "and \\fIseconds\\fR. Each program holds \\fIpath\\fR, \\fIinode\\fR, sizes, \\fImodified\\fR, "
+    "\\fIarchitectures\\fR (objects\n"
+    "with \\fIarchitecture\\fR, \\fIsize\\fR and \\fIgoes\\fR) and \\fIfreed\\fR.\n";
+
 }  // namespace
 
 std::string generateManPage(const CommandLine& commandLine) {
@@ -134,7 +143,7 @@ std::string generateManPage(const CommandLine& commandLine) {
     page += section("DESCRIPTION") + kDescription;
     page += section("OPTIONS") + options(app);
     page += section("COMMANDS") + commands(app);
-    page += section("JSON") + kJson + kFindJson + kCleanupJson;
+    page += section("JSON") + kJson + kFindJson + kCleanupJson + kSlimJson;
     page += section("EXIT STATUS") + item(bold("0"), "Done.") +
             item(bold("1"), "Something failed; standard error says what.");
     page += item(bold("2"), "Wrong usage.") + item(bold("130"), "Interrupted.");

@@ -151,4 +151,10 @@ PathArgument checkFolder(std::string_view argument, bool mustBeReadable) {
     return result;
 }
 
+std::string pathWithoutLinks(const std::string& folder) {
+    Descriptor place(-1);
+    const std::string real = openPlace(folder, &place) == 0 ? pathOfDescriptor(place.get()) : std::string();
+    return real.empty() ? folder : real;
+}
+
 }  // namespace kavaro

@@ -16,4 +16,7 @@ struct PathArgument {
 // false when the server may read more than this process.
 PathArgument checkFolder(std::string_view argument, bool mustBeReadable);
 
+// Where a folder is, named without links; the path itself when that cannot be told.
+std::string pathWithoutLinks(const std::string& folder);
+
 }  // namespace kavaro

@@ -40,6 +40,8 @@ int runCommandLine(const std::vector<std::string>& arguments, const CommandConte
             return runLanguages(command.cleanup, context);
         case ParsedCommand::Kind::nibs:
             return runNibs(command.cleanup, context);
+        case ParsedCommand::Kind::slim:
+            return runSlim(command.slim, context);
         case ParsedCommand::Kind::stop:
             return runStop(command.bus, context);
         case ParsedCommand::Kind::version:

@@ -134,6 +134,28 @@ TEST(CommandLine, find) {
     EXPECT_EQ(parse({"find", "x", "--name", "-a"}).find.name, "-a");
 }
 
+TEST(CommandLine, slim) {
+    const ParsedCommand plain = parse({"slim", "/srv"});
+    ASSERT_EQ(plain.kind, Kind::slim) << plain.text;
+    EXPECT_EQ(plain.slim.folders, Words{"/srv"});
+    EXPECT_EQ(plain.slim.architectures, Words{});
+    EXPECT_FALSE(plain.slim.apply || plain.slim.json || plain.slim.confirm.yes || plain.slim.confirm.dryRun);
+    const ParsedCommand all = parse({"slim", "--arch", "arm64", "a", "--apply", "--arch=[x]", "--dry-run", "--yes",
+                                     "--errors", "--color", "always", "--embedded", "--", "-b"});
+    ASSERT_EQ(all.kind, Kind::slim) << all.text;
+    EXPECT_EQ(all.slim.folders, (Words{"a", "-b"}));
+    EXPECT_EQ(all.slim.architectures, (Words{"arm64", "[x]"}));
+    EXPECT_EQ(all.slim.color, ColorChoice::always);
+    EXPECT_TRUE(all.slim.apply && all.slim.confirm.yes && all.slim.confirm.dryRun && all.slim.errors &&
+                all.slim.embedded);
+    EXPECT_EQ(parse({"slim", "--json", "--apply", "x"}).kind, Kind::wrong);
+    for (const char* option : {"--yes", "--dry-run"})
+        EXPECT_EQ(parse({"slim", option, "x"}).text,
+                  "--yes and --dry-run go with --apply. See \"kavaro slim --help\".");
+    EXPECT_EQ(parse({"slim", "--apply"}).text,
+              "no folder given. Name at least one, for example: kavaro slim /srv/apps. See \"kavaro slim --help\".");
+}
+
 TEST(CommandLine, languagesAndNibs) {
     const ParsedCommand plain = parse({"languages", "/srv"});
     ASSERT_EQ(plain.kind, Kind::languages) << plain.text;
@@ -218,7 +240,7 @@ TEST(CommandLine, wrongUsageSaysWhatAndWhere) {
 }
 
 TEST(CommandLine, helpOnEverythingWithAnExample) {
-    for (const std::string command : {"", "size", "find", "languages", "nibs", "stop", "version", "defaults",
+    for (const std::string command : {"", "size", "find", "languages", "nibs", "slim", "stop", "version", "defaults",
                                       "defaults read", "defaults write", "defaults delete"}) {
         for (const char* flag : {"-h", "--help"}) {
             Words arguments;

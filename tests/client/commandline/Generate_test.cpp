@@ -64,11 +64,11 @@ TEST(Generate, manPageTellsEverything) {
     TempFolder folder;
     const std::string page = folder.write("kavaro.1", generateManPage(CommandLine()));
     const std::string text = run({"groff", "-man", "-Kutf8", "-Tascii", "-P-cbou", page}).output;
-    for (const char* part :
-         {"NAME", "kavaro - shows", "kavaro size [OPTIONS] FOLDER...", "--depth N", "--export ncdu [FILE]",
-          "kavaro defaults write [OPTIONS] DOMAIN KEY VALUE", "-h, --help", "EXIT STATUS", "130",
-          "kavaro find [OPTIONS] FOLDER...", "-0, --null", "kavaro languages [OPTIONS] FOLDER...",
-          "kavaro nibs [OPTIONS] FOLDER...", "nameRaw", "kavaro size --json /usr", "NO_COLOR"}) {
+    for (const char* part : {"NAME", "kavaro - shows", "kavaro size [OPTIONS] FOLDER...", "--depth N",
+                             "--export ncdu [FILE]", "kavaro defaults write [OPTIONS] DOMAIN KEY VALUE", "-h, --help",
+                             "EXIT STATUS", "130", "kavaro find [OPTIONS] FOLDER...", "-0, --null",
+                             "kavaro languages [OPTIONS] FOLDER...", "kavaro nibs [OPTIONS] FOLDER...",
+                             "kavaro slim [OPTIONS] FOLDER...", "nameRaw", "kavaro size --json /usr", "NO_COLOR"}) {
         EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text;
     }
     EXPECT_EQ(text.find("--generate"), std::string::npos);
@@ -83,8 +83,9 @@ TEST(Generate, bashCompletionParses) {
 }
 
 TEST(Generate, bashCompletes) {
-    EXPECT_EQ(completed("kavaro s"), "size\nstop\n");
-    EXPECT_EQ(completed("kavaro "), "--help\n--version\n-h\ndefaults\nfind\nlanguages\nnibs\nsize\nstop\nversion\n");
+    EXPECT_EQ(completed("kavaro s"), "size\nslim\nstop\n");
+    EXPECT_EQ(completed("kavaro "),
+              "--help\n--version\n-h\ndefaults\nfind\nlanguages\nnibs\nsize\nslim\nstop\nversion\n");
     EXPECT_EQ(completed("kavaro size --s"), "--same-file-system\n--sort\n");
     EXPECT_EQ(completed("kavaro size --sort "), "count\ndate\nname\nsize\n");
     EXPECT_EQ(completed("kavaro size --json --color a"), "always\nauto\n");

@@ -177,6 +177,17 @@ TEST(PathArgument, noPermission) {
     EXPECT_EQ(asNobody([&] { return checkFolder(closed, false).failure; }), "");
 }
 
+TEST(PathArgument, folderWithoutLinks) {
+    TempFolder folder;
+    const std::string real = folder.makeFolder("real");
+    const std::string in = folder.makeFolder("real/in");
+    ASSERT_EQ(symlink("real", folder.path("link").c_str()), 0);
+    EXPECT_EQ(pathWithoutLinks(folder.path("link/in")), pathWithoutLinks(in));
+    EXPECT_EQ(pathWithoutLinks(folder.path("link")), pathWithoutLinks(folder.path()) + "/real");
+    EXPECT_EQ(pathWithoutLinks("/"), "/");
+    EXPECT_EQ(pathWithoutLinks(folder.path("none")), folder.path("none"));
+}
+
 TEST(PathArgument, currentFolderIsGone) {
     TempFolder folder;
     CurrentFolder current(folder.makeFolder("gone"));
