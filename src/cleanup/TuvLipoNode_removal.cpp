@@ -2,7 +2,7 @@
 #include "cleanup/LipoTool.h"
 #include "cleanup/TuvLipoNode.h"
 #include "platform/FileAttributes.h"
-#include "platform/FileRewrite.h"
+#include "platform/OwnershipKeeper.h"
 #include "support/DictionaryHelpers.h"
 #include "support/StringHelpers.h"
 
@@ -12,34 +12,22 @@ namespace {
 
 constexpr const char* kSelector = "lipoNode:archTypes:";
 
-// Owner, permissions and group of the entry itself, not of what a link leads to. Empty when there is none.
-PropertyList attributesOf(const std::string& path) {
-    const PropertyList all = allFileAttributesAtPath(path, false);
+// Empty when there is no file.
+PropertyList attributesOf(const std::optional<OwnershipKeeper::Ownership>& ownership) {
     PropertyList attributes = PropertyList::Dictionary();
-    for (const char* key : {kFileOwnerAccountID, kFilePosixPermissions, kFileGroupOwnerAccountID})
-        if (const PropertyList* value = all.get(key)) attributes.set(key, *value);
+    if (!ownership) return attributes;
+    attributes.set(kFileOwnerAccountID, ownership->owner);
+    attributes.set(kFilePosixPermissions, ownership->permissions);
+    attributes.set(kFileGroupOwnerAccountID, ownership->group);
     return attributes;
 }
 
-std::uint32_t numberIn(const PropertyList& attributes, const char* key) {
-    const PropertyList* number = attributes.get(key);
-    return number ? static_cast<std::uint32_t>(number->intValue()) : 0;
-}
-
-bool apply(const PropertyList& changes, const std::string& path) {
-    PropertyList wanted = attributesOf(path);
-    if (wanted.dictionary()->empty()) return false;
-    for (const auto& [key, value] : *changes.dictionary()) wanted.set(key, value);
-    return changeOwnership(path, {numberIn(wanted, kFileOwnerAccountID), numberIn(wanted, kFileGroupOwnerAccountID),
-                                  numberIn(wanted, kFilePosixPermissions)}) == 0;
-}
-
-void restoreAttributes(const PropertyList& before, const std::string& path) {
-    const PropertyList changes = changesFromDictionary(attributesOf(path), before);
+void restoreAttributes(const OwnershipKeeper& kept, const std::string& path) {
+    const PropertyList changes = changesFromDictionary(attributesOf(kept.now()), attributesOf(kept.before()));
     const std::string shown = descriptionInOneLine(changes);
     if (changes.dictionary()->empty()) {
         TuvLog::info(tuvLipoNodeLog, kSelector, "No changes in permissions [%@] to \"%@\"", shown, path);
-    } else if (apply(changes, path)) {
+    } else if (kept.giveBack() == 0) {
         TuvLog::info(tuvLipoNodeLog, kSelector, "Did reset permissions to original [%@] to \"%@\"", shown, path);
     } else {
         TuvLog::error(tuvLipoNodeLog, kSelector, "Could not reset permissions to original [%@] to \"%@\"", shown, path);
@@ -55,14 +43,14 @@ void TuvLipoNode::lipoNode(const std::string& path, const std::vector<std::strin
         TuvLog::error(tuvLipoNodeLog, kSelector, "No architecture to remove for \"%@\"", path);
         return;
     }
-    const PropertyList before = attributesOf(path);
+    const OwnershipKeeper kept(path);
     std::vector<std::string> arguments = {path};
     for (const std::string& name : archTypes) arguments.insert(arguments.end(), {"-remove", name});
     arguments.insert(arguments.end(), {"-output", path});
     registerLipoTool();
     stringFromTask(kLipoPath, arguments);
     TuvLog::info(tuvLipoNodeLog, kSelector, "Removed [%@] from \"%@\"", names, path);
-    restoreAttributes(before, path);
+    restoreAttributes(kept, path);
 }
 
 }  // namespace kavaro

@@ -243,19 +243,4 @@ bool FileRewrite::takePlace() {
     return true;
 }
 
-int changeOwnership(const std::string& path, const Ownership& ownership) {
-    SafePlace place;
-    if (const int error = openSafePlace(path, &place)) return error;
-    const FileDescriptor entry(openat(place.folder.get(), place.name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    struct stat info {};
-    if (!entry.isOpen() || fstat(entry.get(), &info) != 0) return errno;
-    if (!S_ISREG(info.st_mode)) return S_ISLNK(info.st_mode) ? ELOOP : EINVAL;
-    if (info.st_nlink != 1) return EMLINK;
-    // Before the mode: a change of owner drops the set-ID bits.
-    if ((info.st_uid != ownership.owner || info.st_gid != ownership.group) &&
-        fchownat(entry.get(), "", ownership.owner, ownership.group, AT_EMPTY_PATH) != 0)
-        return errno;
-    return chmod(placeOfDescriptor(entry.get()).c_str(), ownership.permissions) == 0 ? 0 : errno;
-}
-
 }  // namespace kavaro

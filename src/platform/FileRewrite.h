@@ -59,14 +59,4 @@ class FileRewrite {
     std::string _reason;
 };
 
-// Owner, group and permission bits.
-struct Ownership {
-    std::uint32_t owner = 0;
-    std::uint32_t group = 0;
-    std::uint32_t permissions = 0;  // with the set-ID and sticky bits
-};
-// No part of the path may be a link, and the file must have one name: nothing else than it is changed. 0, or an errno
-// value.
-int changeOwnership(const std::string& path, const Ownership& ownership);
-
 }  // namespace kavaro

@@ -275,31 +275,5 @@ TEST_F(FileRewriteTest, NoLinkIsFollowedThatComesMeanwhile) {
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path("outside")), {}), 1);
 }
 
-TEST_F(FileRewriteTest, OwnershipIsChanged) {
-    folder.write("file", "x");
-    const struct stat info = statusOf(path());
-    EXPECT_EQ(changeOwnership(path(), {info.st_uid, info.st_gid, 04711}), 0);
-    EXPECT_EQ(statusOf(path()).st_mode, S_IFREG | 04711u);
-    EXPECT_EQ(changeOwnership(folder.path("none"), {info.st_uid, info.st_gid, 0644}), ENOENT);
-}
-
-// As root it would otherwise be a way to files of others.
-TEST_F(FileRewriteTest, OwnershipOfLinksStays) {
-    folder.write("file", "x");
-    ASSERT_EQ(chmod(path().c_str(), 0640), 0);
-    const struct stat info = statusOf(path());
-    const Ownership wanted{info.st_uid, info.st_gid, 0777};
-    ASSERT_EQ(symlink("file", folder.path("link").c_str()), 0);
-    EXPECT_EQ(changeOwnership(folder.path("link"), wanted), ELOOP);
-    folder.makeFolder("real");
-    folder.write("real/file", "x");
-    ASSERT_EQ(symlink("real", folder.path("way").c_str()), 0);
-    EXPECT_NE(changeOwnership(folder.path("way/file"), wanted), 0);
-    EXPECT_EQ(changeOwnership(folder.path("real"), wanted), EINVAL);
-    ASSERT_EQ(link(path().c_str(), folder.path("second").c_str()), 0);
-    EXPECT_EQ(changeOwnership(path(), wanted), EMLINK);
-    EXPECT_EQ(statusOf(path()).st_mode, S_IFREG | 0640u);
-}
-
 }  // namespace
 }  // namespace kavaro
