@@ -66,8 +66,7 @@ class Slim(harness.Case):
 
     def test_lists(self):
         self.listed()
-        self.listed('--embedded')
-        text = self.slim(self.root).stdout
+        text = self.slim('--embedded', self.root).stdout
         self.assertIn(' in 2 programs could go: 39.1 KB\n', text)
         self.assertIn(f'19.5 KB  ppc   {self.program}\n', text)
         self.expect_unchanged()
@@ -78,13 +77,8 @@ class Slim(harness.Case):
         self.assertTrue(result.stdout.endswith('\n2 programs rewritten, 39.1 KB freed.\n'), result.stdout)
         self.expect_slimmed()
         self.assertEqual(self.entries(), before)
-        again = self.slim('--apply', '--yes', self.root).stdout
+        again = self.slim('--apply', '--yes', '--embedded', self.root).stdout
         self.assertIn('no code that could go', again)
-
-    def test_applies_embedded(self):
-        result = self.slim('--apply', '--yes', '--embedded', self.root)
-        self.assertTrue(result.stdout.endswith('\n2 programs rewritten, 39.1 KB freed.\n'), result.stdout)
-        self.expect_slimmed()
 
     def test_applies_through_a_server_that_runs(self):
         self.private_bus()
@@ -94,32 +88,32 @@ class Slim(harness.Case):
         server.wait(harness.PATIENCE)
 
     def test_a_named_architecture(self):
-        self.kavaro('slim', '--arch', 'arm64', '--apply', '--yes', self.root)
+        self.kavaro('slim', '--arch', 'arm64', '--apply', '--yes', '--embedded', self.root)
         self.assertEqual(universal.read(self.wide), [PPC, X86_64])
         self.assertEqual(universal.read(self.framework), [X86_64])
         self.assertEqual(universal.read(self.program), [PPC, I386, X86_64])
 
     def test_nothing_without_a_yes(self):
-        self.assertIn('--yes', self.slim('--apply', self.root, code=2, stdin=subprocess.DEVNULL).stderr)
-        self.assertIn('dry run', self.slim('--apply', '--dry-run', self.root).stderr)
+        self.assertIn('--yes', self.slim('--apply', '--embedded', self.root, code=2, stdin=subprocess.DEVNULL).stderr)
+        self.assertIn('dry run', self.slim('--apply', '--dry-run', '--embedded', self.root).stderr)
         self.expect_unchanged()
 
     def test_failures_are_told(self):
         os.link(self.program, os.path.join(self.root, 'second'))
-        result = self.slim('--apply', '--yes', self.root, code=1)
+        result = self.slim('--apply', '--yes', '--embedded', self.root, code=1)
         self.assertIn(f'{self.program}: it has 2 names (hard links)', result.stderr)
         self.assertIn('1 program rewritten, 19.5 KB freed.', result.stdout)
         self.assertEqual(universal.read(self.program), [PPC, I386, X86_64])
         with open(self.other, 'ab'):
             os.rename(self.other, os.path.join(self.root, 'A.app/Contents/MacOS/busy'))
-            result = self.slim('--apply', '--yes', self.root, code=1)
+            result = self.slim('--apply', '--yes', '--embedded', self.root, code=1)
         self.assertIn('another program has it open for writing', result.stderr)
 
     @unittest.skipUnless(os.geteuid() == 0, 'only root can be another user')
     def test_files_of_others(self):
         os.chown(self.program, 1234, 2345)
         os.chmod(self.program, 0o4751)
-        self.slim('--apply', '--yes', self.root)
+        self.slim('--apply', '--yes', '--embedded', self.root)
         status = os.stat(self.program)
         self.assertEqual((status.st_uid, status.st_gid, stat.S_IMODE(status.st_mode)), (1234, 2345, 0o4751))
 

@@ -59,8 +59,9 @@ void fillSlimOffer(SlimOffer* offer, LipoTables* tables, std::uint32_t first, co
         offer->freed += offer->programs.back().freed;
         if (!offer->programs.back().going().empty()) ++offer->slimmable;
     }
-    std::stable_sort(offer->programs.begin(), offer->programs.end(),
-                     [](const SlimProgram& a, const SlimProgram& b) { return a.freed > b.freed; });
+    std::sort(offer->programs.begin(), offer->programs.end(), [](const SlimProgram& a, const SlimProgram& b) {
+        return a.freed != b.freed ? a.freed > b.freed : a.node->filePath() < b.node->filePath();
+    });
 }
 
 }  // namespace kavaro

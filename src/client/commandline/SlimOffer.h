@@ -29,7 +29,7 @@ struct SlimOffer {
     std::string argument;  // the folder as it was named
     Measurement measurement;
     TuvRef<TuvObjectArray> candidates;  // TuvLipoNodes: all programs that may have such code
-    std::vector<SlimProgram> programs;  // those that have some; what frees most comes first
+    std::vector<SlimProgram> programs;  // those that have some; by what they free, largest first, and by path
     std::uint64_t freed = 0;
     std::size_t slimmable = 0;  // programs of which something goes
 };
