@@ -1,7 +1,12 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <thread>
 
 #include "LogCapture.h"
 #include "TempFolder.h"
@@ -9,6 +14,7 @@
 #include "cleanup/LipoTool.h"
 #include "cleanup/TuvLipoNode.h"
 #include "cleanup/UniversalFile.h"
+#include "platform/FileDescriptor.h"
 #include "support/BuiltInTools.h"
 
 namespace kavaro {
@@ -138,6 +144,46 @@ TEST_F(LipoRemovalTest, NothingElseGetsTheAttributes) {
     EXPECT_EQ(statusOf(precious).st_mode, S_IFREG | 0600u);
     EXPECT_EQ(lines().back(),
               "error Could not reset permissions to original [{ NSFilePosixPermissions = 511; }] to \"" + path + "\"");
+}
+
+// A folder on the way becomes a link to one outside, again and again: nothing there may change.
+TEST_F(LipoRemovalTest, NoLinkIsFollowedThatComesMeanwhile) {
+    folder.makeFolder("outside");
+    folder.makeFolder("inside");
+    const std::string outside = folder.write("outside/tool", universalFile(kFourSlices));
+    const std::string path = folder.path("inside/tool");
+    ASSERT_EQ(chmod(outside.c_str(), 0640), 0);
+    const struct stat before = statusOf(outside);
+    ASSERT_EQ(symlink("outside", folder.path("link").c_str()), 0);
+    std::atomic<bool> ends{false};
+    std::thread swapper([&] {
+        const std::pair<const char*, const char*> moves[] = {
+            {"inside", "aside"}, {"link", "inside"}, {"inside", "link"}, {"aside", "inside"}};
+        while (!ends)
+            for (const auto& [from, to] : moves) rename(folder.path(from).c_str(), folder.path(to).c_str());
+    });
+    int done = 0;
+    for (int i = 0; i < 1000 && done < 20; ++i) {
+        folder.write("fresh", universalFile(kFourSlices));
+        // Wherever the folder is now. A file that went through a link would be outside.
+        for (const char* name : {"inside", "aside"}) {
+            const FileDescriptor place(open(folder.path(name).c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+            if (place.isOpen()) renameat(AT_FDCWD, folder.path("fresh").c_str(), place.get(), "tool");
+        }
+        log.clear();
+        TuvLipoNode::lipoNode(path, {"ppc", "ppc7400"});
+        if (log.count(LogLevel::error, "") == 0) ++done;
+    }
+    ends = true;
+    swapper.join();
+    EXPECT_GT(done, 0);
+    const struct stat after = statusOf(outside);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(after.st_mode, before.st_mode);
+    EXPECT_EQ(after.st_ctim.tv_sec, before.st_ctim.tv_sec);
+    EXPECT_EQ(after.st_ctim.tv_nsec, before.st_ctim.tv_nsec);
+    EXPECT_EQ(folder.read("outside/tool"), universalFile(kFourSlices));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path("outside")), {}), 1);
 }
 
 // The line that tells of the removal comes whether or not it worked; the tool's own says why not.
