@@ -2,6 +2,8 @@
 import json
 import os
 import plistlib
+import subprocess
+import unittest
 
 import harness
 
@@ -111,6 +113,47 @@ class Cleanup(harness.Case):
         names = {language['language'] for language in found['languages']}
         self.assertIn('Deutsch', names)
         self.assertFalse(names & {'English', 'Englisch'})
+
+    def test_languages_are_removed(self):
+        french, german = self.folders['French'], self.folders['German']
+        result = self.kavaro('languages', self.root, '--remove', 'French', '--yes')
+        self.assertEqual(result.stderr, '')
+        self.assertIn('6 language folders removed, ', result.stdout)
+        for path in french:
+            self.assertFalse(os.path.exists(path))
+            self.assertIn(f'  {path}/\n', result.stdout)
+        for path in german | {self.root + '/Without.app/Contents/Resources/fr.lproj'}:
+            self.assertTrue(os.path.isdir(path))
+        # Through a link to the folder, and embedded.
+        link = os.path.join(self.folder, 'link')
+        os.symlink(self.root, link)
+        self.kavaro('languages', '--embedded', '--yes', '--remove', 'de', link)
+        self.assertFalse(any(os.path.exists(path) for path in german))
+        gone = self.kavaro('languages', self.root, '--remove', 'German', '--yes', code=1)
+        self.assertIn('no such language could go there', gone.stderr)
+
+    def test_nibs_are_removed(self):
+        for options in (['--dry-run'], []):
+            self.kavaro('nibs', self.root, '--remove', *options, code=0 if options else 2, stdin=subprocess.DEVNULL)
+            self.assertTrue(all(os.path.exists(path) for path in self.nibs))
+        sealed = os.path.join(self.root, 'Xml.app/Contents/Resources/Main.nib/info.nib')
+        result = self.kavaro('nibs', self.root, '--remove', '--yes')
+        self.assertIn(f'{len(self.nibs)} nib files removed, ', result.stdout)
+        self.assertFalse(any(os.path.exists(path) for path in self.nibs))
+        self.assertTrue(os.path.exists(sealed))
+
+    @unittest.skipUnless(os.geteuid() == 0, 'root alone becomes others')
+    def test_what_an_ordinary_user_may_not_remove_is_said(self):
+        app = harness.copy_programs(self.make('app'))
+        os.chmod(self.folder, 0o755)
+        os.chown(self.home, 65534, 65534)
+        theirs = self.root + '/One.app/Contents/Resources'
+        result = subprocess.run(['setpriv', '--reuid=65534', '--regid=65534', '--clear-groups', app, 'languages',
+                                 '--yes', '--remove', 'German', theirs], env=self.environment, capture_output=True,
+                                text=True, stdin=subprocess.DEVNULL, cwd='/', timeout=harness.PATIENCE)
+        self.assertEqual(result.returncode, 1, result.stderr)
+        self.assertIn(f'kavaro: {theirs}/de.lproj: permission denied.\n', result.stderr)
+        self.assertIn('0 language folders removed, 0 bytes freed.\n', result.stdout)
 
     def test_wrong_usage(self):
         self.assertIn('kavaro languages --help', self.kavaro('languages', code=2).stderr)

@@ -1,4 +1,5 @@
 #include "client/commandline/CleanupOutput.h"
+#include "client/commandline/CleanupRemoval.h"
 #include "client/commandline/Commands.h"
 #include "client/commandline/FolderMeasurements.h"
 
@@ -30,6 +31,7 @@ int listOffers(const CleanupOptions& options, const CommandContext& context, Sho
 }  // namespace
 
 int runLanguages(const CleanupOptions& options, const CommandContext& context) {
+    if (options.remove) return removeLanguages(options, context);
     const ColorDepth color = colorDepth(options.color, context.outputIsTerminal);
     return listOffers(options, context, [&](Output& output, const Measurement& measurement) {
         const LanguageOffer offer = offeredLanguages(*measurement.root);
@@ -41,6 +43,7 @@ int runLanguages(const CleanupOptions& options, const CommandContext& context) {
 }
 
 int runNibs(const CleanupOptions& options, const CommandContext& context) {
+    if (options.remove) return removeNibs(options, context);
     const ColorDepth color = colorDepth(options.color, context.outputIsTerminal);
     return listOffers(options, context, [&](Output& output, const Measurement& measurement) {
         const NibOffer offer = offeredNibs(*measurement.root);

@@ -119,6 +119,7 @@ CommandLine::CommandLine() : _app("Shows how folders use the disk.", "kavaro") {
     addFind();
     addCleanup();
     addSlim();
+    addTrash();
     addServerCommands();
     addDefaults();
 }
@@ -243,17 +244,32 @@ void CommandLine::addCleanup() {
         _app, "languages", "Measure folders and list the languages that applications in them could do without",
         "  kavaro languages /srv/apps\n"
         "  kavaro languages --summary /srv/apps /opt\n"
-        "  kavaro languages --json /srv/apps");
+        "  kavaro languages --json /srv/apps\n"
+        "  kavaro languages /srv/apps --remove French German");
     CLI::App* nibs =
         addCommand(_app, "nibs", "Measure folders and list the nib files that running applications do not read",
                    "  kavaro nibs /srv/apps\n"
-                   "  kavaro nibs --json /srv/apps");
+                   "  kavaro nibs --json /srv/apps\n"
+                   "  kavaro nibs /srv/apps --remove");
     for (CLI::App* command : {languages, nibs}) {
         addFolders(*command, cleanup);
+        CLI::Option* summary = nullptr;
         if (command == languages)
-            command->add_flag("--summary", cleanup.summary, "List the languages alone, without their folders");
-        command->add_flag("--json", cleanup.json,
-                          "Write JSON: an object with what could go, for several folders an array");
+            summary =
+                command->add_flag("--summary", cleanup.summary, "List the languages alone, without their folders");
+        CLI::Option* json = command->add_flag("--json", cleanup.json,
+                                              "Write JSON: an object with what could go, for several folders an array");
+        CLI::Option* remove = command == languages
+                                  ? command->add_option("--remove",
+                                                        "Remove the folders of these languages for good, each while an "
+                                                        "English one stays beside it; Base.lproj, which all languages "
+                                                        "share, by that whole name alone")
+                                  : command->add_flag("--remove", cleanup.remove, "Remove them for good");
+        if (command == languages)
+            remove->expected(1, CLI::detail::expected_max_vector_size)->allow_extra_args()->type_name("LANGUAGE...");
+        remove->excludes(json);
+        if (summary) remove->excludes(summary);
+        addConfirmation(*command, cleanup.confirm);
         command->add_flag("--errors", cleanup.errors,
                           "List the folders that could not be looked into, with the reason");
         addColor(*command);
@@ -290,6 +306,22 @@ void CommandLine::addSlim() {
     command->add_flag("--errors", slim.errors, "List the folders that could not be looked into, with the reason");
     addColor(*command);
     addMeasuring(*command, slim);
+}
+
+void CommandLine::addTrash() {
+    TrashOptions& trash = _parsed.trash;
+    CLI::App* command = addCommand(_app, "trash", "Move files and folders to the Trash, each on its own volume",
+                                   "  kavaro trash old.iso Downloads/unpacked\n"
+                                   "  kavaro trash --dry-run *.log\n"
+                                   "  kavaro trash --yes -- -name-with-dash");
+    CLI::Option* paths = command->add_option("PATH", "Files, folders and links; a link goes itself");
+    paths->expected(0, CLI::detail::expected_max_vector_size)->allow_extra_args()->type_name("");
+    hint(paths, CompletionHint::Kind::file);
+    _folderLists[command->get_name()] = {paths, &trash};
+    addConfirmation(*command, trash.confirm);
+    addBus(*command);
+    command->add_flag("--embedded", trash.embedded, "Do it in this process, without a server and a bus");
+    command->add_flag("--verbose", trash.verbose, "Show the server's log on standard error");
 }
 
 void CommandLine::addServerCommands() {

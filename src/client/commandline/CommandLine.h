@@ -44,6 +44,14 @@ struct CleanupOptions : MeasureOptions {
     bool summary = false;
     bool json = false;
     bool errors = false;
+    bool remove = false;
+    std::vector<std::string> languages;  // to remove
+    ConfirmOptions confirm;
+};
+
+// The folders are the paths, which may name files and links too.
+struct TrashOptions : MeasureOptions {
+    ConfirmOptions confirm;
 };
 
 struct SlimOptions : MeasureOptions {
@@ -65,6 +73,7 @@ struct ParsedCommand {
         languages,
         nibs,
         slim,
+        trash,
         stop,
         version,
         defaultsRead,
@@ -78,6 +87,7 @@ struct ParsedCommand {
     FindOptions find;
     CleanupOptions cleanup;  // languages, nibs
     SlimOptions slim;
+    TrashOptions trash;
     std::string bus = "session";     // stop, version
     std::string domain, key, value;  // defaults; an empty key means all of them
     std::string format;              // generate
@@ -114,6 +124,7 @@ class CommandLine {
     void addFind();
     void addCleanup();
     void addSlim();
+    void addTrash();
     void addServerCommands();
     void addDefaults();
     CLI::App* addCommand(CLI::App& parent, const char* name, const char* description, const char* examples);

@@ -40,6 +40,7 @@ Kind kindOf(const std::string& command) {
         {"kavaro languages", Kind::languages},
         {"kavaro nibs", Kind::nibs},
         {"kavaro slim", Kind::slim},
+        {"kavaro trash", Kind::trash},
         {"kavaro stop", Kind::stop},
         {"kavaro version", Kind::version},
         {"kavaro defaults read", Kind::defaultsRead},
@@ -123,6 +124,8 @@ ParsedCommand CommandLine::parse(const std::vector<std::string>& arguments) {
     if (parsed.kind == Kind::find) finishFind(parsed, command);
     if (parsed.kind == Kind::languages || parsed.kind == Kind::nibs) finishCleanup(parsed, command);
     if (parsed.kind == Kind::slim) finishSlim(parsed);
+    if (parsed.kind == Kind::trash && parsed.trash.folders.empty())
+        return wrong(command, "no path given. Name at least one, for example: kavaro trash old.iso");
     if (parsed.kind == Kind::defaultsRead && parsed.domain.empty()) parsed.domain = kPreferencesDomain;
     if (parsed.kind == Kind::wrong) return wrong(command, parsed.text);
     return parsed;
@@ -189,8 +192,30 @@ void CommandLine::finishFind(ParsedCommand& parsed, const CLI::App& command) con
 }
 
 void CommandLine::finishCleanup(ParsedCommand& parsed, const CLI::App& command) const {
-    parsed.cleanup.color = colorChoice();
-    if (!parsed.cleanup.folders.empty()) return;
+    CleanupOptions& cleanup = parsed.cleanup;
+    cleanup.color = colorChoice();
+    const CLI::Option* remove = command.get_option("--remove");
+    if (parsed.kind == Kind::languages && remove->count() > 0) {
+        cleanup.remove = true;
+        // A word with a slash is a folder, and so is a last word that would leave none.
+        for (const std::string& word : withoutMarks(remove->results())) {
+            const bool isFolder = word.find('/') != std::string::npos;
+            (isFolder ? cleanup.folders : cleanup.languages).push_back(word);
+        }
+        if (cleanup.folders.empty() && cleanup.languages.size() > 1) {
+            cleanup.folders.push_back(cleanup.languages.back());
+            cleanup.languages.pop_back();
+        }
+    }
+    const auto fail = [&](std::string reason) {
+        parsed.kind = Kind::wrong;
+        parsed.text = std::move(reason);
+    };
+    if (cleanup.remove && parsed.kind == Kind::languages && cleanup.languages.empty())
+        return fail("--remove: no language given");
+    if (!cleanup.remove && (cleanup.confirm.yes || cleanup.confirm.dryRun))
+        return fail("--yes and --dry-run go with --remove");
+    if (!cleanup.folders.empty()) return;
     parsed.kind = Kind::wrong;
     parsed.text = "no folder given. Name at least one, for example: " + fullName(command) + " /srv/apps";
 }

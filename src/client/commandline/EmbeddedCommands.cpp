@@ -4,11 +4,18 @@
 #include <iterator>
 #include <string>
 
+#include "client/TrashFailures.h"
 #include "factory/TuvNodeFactory.h"
+#include "platform/NotificationCenter.h"
+#include "platform/RunLoop.h"
+#include "platform/Text.h"
+#include "support/ProtocolNames.h"
 
 namespace kavaro {
 
 namespace {
+
+constexpr double kPollSeconds = 0.1;
 
 using Arguments = std::vector<BusValue>;
 
@@ -31,6 +38,40 @@ CommandReply lipoNodes(TuvNodeFactory& engine, const Arguments& arguments) {
     return {};
 }
 
+std::vector<std::string> pathsOf(const Arguments& arguments) {
+    return arguments.at(0).asPaths().value_or(std::vector<std::string>());
+}
+
+// The engine moves a moment later: returns when its notification has come.
+CommandReply moveToTrash(TuvNodeFactory& engine, const Arguments& arguments) {
+    CommandReply reply;
+    bool isOver = false;
+    NotificationCenter& center = NotificationCenter::defaultCenter();
+    const NotificationCenter::ObserverID observer = center.addObserver(
+        TuvNodeFactoryTrashFileNotification, [&](const NotificationCenter::Notification& notification) {
+            isOver = true;
+            const auto* info = std::any_cast<NotificationUserInfo>(&notification.userInfo);
+            if (!info || !info->errors) return;
+            for (const TrashError& error : *info->errors)
+                reply.failures.push_back({error.pathName, trashReasonText(error.reason, printable(error.detail))});
+        });
+    engine.moveToTrash(pathsOf(arguments));
+    while (!RunLoop::main().runUntil([&] { return isOver; }, kPollSeconds)) {
+    }
+    center.removeObserver(observer);
+    return reply;
+}
+
+CommandReply removeLocales(TuvNodeFactory& engine, const Arguments& arguments) {
+    engine.removeLocales(pathsOf(arguments));
+    return {};
+}
+
+CommandReply removeNibs(TuvNodeFactory& engine, const Arguments& arguments) {
+    engine.removeNibs(pathsOf(arguments));
+    return {};
+}
+
 struct Command {
     std::string_view member;
     CommandReply (*run)(TuvNodeFactory& engine, const Arguments& arguments);
@@ -40,6 +81,9 @@ constexpr Command kCommands[] = {
     {"hasFileSytemChanged", hasFileSytemChanged},
     {"lipoNodesInfo", lipoNodesInfo},
     {"lipoNodes", lipoNodes},
+    {"moveToTrash", moveToTrash},
+    {"removeLocales", removeLocales},
+    {"removeNibs", removeNibs},
 };
 
 }  // namespace

@@ -159,7 +159,7 @@ BashCases bashCases(const CommandLine& commandLine) {
         std::string reply = "words=" + shellQuoted(wordsOf(app));
         for (const CLI::Option* option : CommandLine::positionalsOf(app)) {
             const CompletionHint& hint = commandLine.hintOf(*option);
-            if (hint.kind == Kind::folder) reply += " " + bashReply(hint);
+            if (hint.kind == Kind::folder || hint.kind == Kind::file) reply += " " + bashReply(hint);
             if (hint.kind == Kind::words) reply = "words=" + shellQuoted(joined(hint.words) + " " + wordsOf(app));
         }
         cases.words += "            \"" + name + "\") " + reply + " ;;\n";

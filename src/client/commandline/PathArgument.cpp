@@ -105,6 +105,20 @@ std::string failureOf(const std::string& path, int error) {
     }
 }
 
+// False, with the failure, when the current folder is gone.
+bool makeAbsolute(std::string_view argument, std::string* whole, std::string* failure) {
+    *whole = argument;
+    if (argument.starts_with('/')) return true;
+    const std::string folder = currentFolder();
+    if (folder.empty()) {
+        *failure = failureText(argument, "the current folder is gone, so a relative path leads nowhere",
+                               "Give the whole path, beginning with \"/\"");
+        return false;
+    }
+    *whole = folder + "/" + *whole;
+    return true;
+}
+
 }  // namespace
 
 PathArgument checkFolder(std::string_view argument, bool mustBeReadable) {
@@ -113,16 +127,8 @@ PathArgument checkFolder(std::string_view argument, bool mustBeReadable) {
         result.failure = "the path is empty. Name a folder, for example \".\" for the current one.";
         return result;
     }
-    std::string whole(argument);
-    if (argument.front() != '/') {
-        const std::string folder = currentFolder();
-        if (folder.empty()) {
-            result.failure = failureText(argument, "the current folder is gone, so a relative path leads nowhere",
-                                         "Give the whole path, beginning with \"/\"");
-            return result;
-        }
-        whole = folder + "/" + whole;
-    }
+    std::string whole;
+    if (!makeAbsolute(argument, &whole, &result.failure)) return result;
     const std::vector<std::string_view> names = namesOf(whole);
     result.path = joined(names);
 
@@ -155,6 +161,41 @@ std::string pathWithoutLinks(const std::string& folder) {
     Descriptor place(-1);
     const std::string real = openPlace(folder, &place) == 0 ? pathOfDescriptor(place.get()) : std::string();
     return real.empty() ? folder : real;
+}
+
+EntryArgument checkEntry(std::string_view argument) {
+    EntryArgument result;
+    std::string whole;
+    if (argument.empty()) {
+        result.failure = "the path is empty. Name a file or a folder.";
+        return result;
+    }
+    if (!makeAbsolute(argument, &whole, &result.failure)) return result;
+    while (whole.size() > 1 && whole.back() == '/') whole.pop_back();
+    const std::size_t slash = whole.rfind('/');
+    const std::string name = whole.substr(slash + 1);
+    if (name.empty() || name == "." || name == "..") {
+        result.failure = failureText(argument, "does not name an entry of a folder", "Give it by its name");
+        return result;
+    }
+    const std::string folder = slash == 0 ? "/" : whole.substr(0, slash);
+    Descriptor place(-1);
+    struct stat info {};
+    int error = openPlace(folder, &place);
+    if (error == 0 && fstatat(place.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) error = errno;
+    if (error != 0) {
+        result.failure = error == ENOENT ? failureText(whole, "no such file or folder", "Check the spelling")
+                                         : failureOf(whole, error);
+        return result;
+    }
+    // Where the folder really is: nobody follows links for us later.
+    std::string real = pathOfDescriptor(place.get());
+    if (real.empty()) real = joined(namesOf(folder));
+    result.path = (real == "/" ? std::string() : real) + "/" + name;
+    result.isFolder = S_ISDIR(info.st_mode);
+    result.isLink = S_ISLNK(info.st_mode);
+    if (!result.isFolder && info.st_nlink == 1) result.bytes = static_cast<std::uint64_t>(info.st_blocks) * 512;
+    return result;
 }
 
 }  // namespace kavaro

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -18,5 +19,17 @@ PathArgument checkFolder(std::string_view argument, bool mustBeReadable);
 
 // Where a folder is, named without links; the path itself when that cannot be told.
 std::string pathWithoutLinks(const std::string& folder);
+
+// A PATH argument that names one entry, which may itself be a link.
+struct EntryArgument {
+    std::string path;  // absolute; the folder it is in is named without links
+    std::string failure;
+    bool isFolder = false;
+    bool isLink = false;
+    std::uint64_t bytes = 0;  // that removing it frees: allocated ones; 0 for folders and while it has other hard links
+};
+
+// A slash at the end of the path does not lead through a link.
+EntryArgument checkEntry(std::string_view argument);
 
 }  // namespace kavaro

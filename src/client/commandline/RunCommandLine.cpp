@@ -42,6 +42,8 @@ int runCommandLine(const std::vector<std::string>& arguments, const CommandConte
             return runNibs(command.cleanup, context);
         case ParsedCommand::Kind::slim:
             return runSlim(command.slim, context);
+        case ParsedCommand::Kind::trash:
+            return runTrash(command.trash, context);
         case ParsedCommand::Kind::stop:
             return runStop(command.bus, context);
         case ParsedCommand::Kind::version:

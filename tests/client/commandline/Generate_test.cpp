@@ -85,7 +85,7 @@ TEST(Generate, bashCompletionParses) {
 TEST(Generate, bashCompletes) {
     EXPECT_EQ(completed("kavaro s"), "size\nslim\nstop\n");
     EXPECT_EQ(completed("kavaro "),
-              "--help\n--version\n-h\ndefaults\nfind\nlanguages\nnibs\nsize\nslim\nstop\nversion\n");
+              "--help\n--version\n-h\ndefaults\nfind\nlanguages\nnibs\nsize\nslim\nstop\ntrash\nversion\n");
     EXPECT_EQ(completed("kavaro size --s"), "--same-file-system\n--sort\n");
     EXPECT_EQ(completed("kavaro size --sort "), "count\ndate\nname\nsize\n");
     EXPECT_EQ(completed("kavaro size --json --color a"), "always\nauto\n");
@@ -100,6 +100,7 @@ TEST(Generate, bashCompletes) {
     EXPECT_EQ(completed("kavaro find --list"), "--list-ranges\n");
     EXPECT_EQ(completed("kavaro languages --s"), "--same-file-system\n--summary\n");
     EXPECT_EQ(completed("kavaro nibs --color n"), "never\n");
+    EXPECT_EQ(completed("kavaro trash f"), "-o default\n\n");
     EXPECT_EQ(completed("kavaro defaults "), "--help\n-h\ndelete\nread\nwrite\n");
     EXPECT_EQ(completed("kavaro defaults write o"), "org.kavaro.Kavaro\n");
     EXPECT_EQ(completed("kavaro stop --bus s"), "session\nsystem\n");
