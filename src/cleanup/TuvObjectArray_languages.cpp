@@ -17,10 +17,6 @@ namespace {
 
 constexpr const char* kSelector = "coalesceLanguages";
 
-TuvObjectArray* groupAt(const TuvObjectArray& groups, int index) {
-    return static_cast<TuvObjectArray*>(groups.objectAtIndex(index));
-}
-
 std::string_view firstPath(const TuvObjectArray& group) {
     return group.nodeAtIndex(0)->filePath();
 }
@@ -64,7 +60,7 @@ void keepGroupsBesideEnglish(TuvObjectArray& groups) {
     EnglishSiblings siblings;
     std::vector<int> emptied;
     for (int i = 0; i < groups.count(); ++i) {
-        TuvObjectArray* group = groupAt(groups, i);
+        TuvObjectArray* group = groups.arrayAtIndex(i);
         if (tuvObjectArrayLog.debugOn()) {
             TuvLog::debug(tuvObjectArrayLog, kSelector, "%d items", group->count());
             TuvLog::debug(tuvObjectArrayLog, kSelector, "-----------------------------------------");
@@ -78,13 +74,13 @@ void keepGroupsBesideEnglish(TuvObjectArray& groups) {
 // One group for each name, in the order of the names; the groups that went into it leave the list.
 TuvRef<TuvObjectArray> mergedByName(TuvObjectArray& groups, const std::vector<std::string>& names) {
     std::unordered_map<std::string, std::vector<int>> indexes;
-    for (int i = 0; i < groups.count(); ++i) indexes[displayName(*groupAt(groups, i))].push_back(i);
+    for (int i = 0; i < groups.count(); ++i) indexes[displayName(*groups.arrayAtIndex(i))].push_back(i);
     auto result = make<TuvObjectArray>();
     std::vector<bool> isMerged(static_cast<std::size_t>(groups.count()));
     for (const std::string& name : names) {
         auto merged = make<TuvObjectArray>();
         for (const int i : indexes[name]) {
-            const TuvObjectArray* group = groupAt(groups, i);
+            const TuvObjectArray* group = groups.arrayAtIndex(i);
             merged->addObjectsFromArray(group);
             if (tuvObjectArrayLog.infoOn())
                 TuvLog::info(tuvObjectArrayLog, kSelector, "Added %d (%d) nodes to [%@] %@", group->count(),
@@ -107,7 +103,7 @@ void addLeftovers(TuvObjectArray& result, const TuvObjectArray& groups) {
     if (groups.count() == 0) return;
     TuvLog::error(tuvObjectArrayLog, kSelector, "We could not match %d lprojects", groups.count());
     for (int i = 0; i < groups.count(); ++i) {
-        const TuvObjectArray* group = groupAt(groups, i);
+        const TuvObjectArray* group = groups.arrayAtIndex(i);
         TuvLog::error(tuvObjectArrayLog, kSelector, "We could not match %d nodes for %@", group->count(),
                       firstPath(*group));
     }
@@ -120,7 +116,7 @@ void dropEnglishAndNonlocalized(TuvObjectArray& groups) {
                                           lowercaseString(TuvNodeFormatter::languageNameFromLproj("en"))};
     std::vector<int> dropped;
     for (int i = 0; i < groups.count(); ++i) {
-        const TuvObjectArray* group = groupAt(groups, i);
+        const TuvObjectArray* group = groups.arrayAtIndex(i);
         const std::string name = lowercaseString(displayName(*group));
         if (std::find(kept.begin(), kept.end(), name) == kept.end()) continue;
         TuvLog::error(tuvObjectArrayLog, kSelector, "Will skip %d items for %@ [%@]", group->count(), name,

@@ -41,6 +41,7 @@ class TuvObjectArray : public TuvObject {
     TuvObject* lastObject() const { return objectAtIndex(_count - 1); }
     TuvNode* nodeAtIndex(int index) const { return asNode(objectAtIndex(index)); }
     TuvDirNode* folderAtIndex(int index) const { return asFolder(objectAtIndex(index)); }
+    TuvObjectArray* arrayAtIndex(int index) const { return static_cast<TuvObjectArray*>(objectAtIndex(index)); }
     // The first element whose isEqual() accepts the object; null or kNotFound when there is none. Linear.
     int indexOfObject(const TuvObject* object) const;
     TuvObject* objectForObject(const TuvObject* object) const;
