@@ -90,6 +90,11 @@ class TuvDirNode : public TuvNode {
     TuvRef<TuvObjectArray> nibFiles() const;
     // Programs of applications and frameworks below the folder, which may hold code for several kinds of processors.
     TuvRef<TuvObjectArray> lipoFiles() const;
+    // Files that may have a duplicate, below it too with `recursive`. Appends, or makes a new array.
+    void potentialyDuplicateChildren(TuvObjectArray* out, signed char recursive) const;
+    TuvRef<TuvObjectArray> potentialyDuplicateChildren() const;
+    // Arrays of those that share a size other than 0 with another one, largest first.
+    TuvRef<TuvObjectArray> potentialyDuplicateFiles() const;
 
     // serialization/
     void serialize(ByteBuffer& data, int depth) const override;
@@ -119,6 +124,9 @@ class TuvDirNode : public TuvNode {
     TuvRef<TuvObjectArray> _files;
     TuvRef<TuvObjectArray> _folders;
 };
+
+// Logs such an array: its size, its members and an empty line.
+void debugDuplicates(const TuvObjectArray* group, const char* selector);
 
 inline TuvDirNode* TuvObjectArray::asFolder(TuvObject* object) {
     return static_cast<TuvDirNode*>(object);

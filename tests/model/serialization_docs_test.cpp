@@ -2,6 +2,7 @@
 #include <map>
 #include <sstream>
 
+#include "cleanup/TuvNodeMD5Hash.h"
 #include "model/serialization_twin.h"
 
 // The examples in docs/byte-formats.md and docs/protocol.md are the real bytes.
@@ -57,6 +58,11 @@ std::map<std::string, std::string> realBytes() {
     arrayOf({a})->serialize(array, 0, TuvNode::kTypeFile);
     arrayOf({sub})->serialize(folders, 0, TuvNode::kTypeFolder);
     nodeOf(tree)->tuvNodeDatabase_serialize(&index, &nodes, &data);
+    ByteBuffer record, compactRecord;
+    const auto digest = make<TuvNodeMD5Hash>(nodeOf(dated(file(12, "/a.txt"), 3, 4096)).get());
+    digest->setMD5Hash("900150983cd24fb0d6963f7d28e17f72");
+    digest->serialize(record, 0);
+    digest->serialize(compactRecord, 1);
     return {{"file-record", hexOf(nodeOf(text)->serialize())},
             {"folder-record", hexOf(nodeOf(docs)->serialize())},
             {"folder-record-alone", hexOf(alone)},
@@ -67,7 +73,9 @@ std::map<std::string, std::string> realBytes() {
             {"batch", hexOf(arrayOf({text, dated(folder(3, "sub"), 0, 0)})->serialize())},
             {"index-stream", hexOf(index)},
             {"node-stream", hexOf(nodes)},
-            {"data-stream", hexOf(data)}};
+            {"data-stream", hexOf(data)},
+            {"hash-record", hexOf(record)},
+            {"hash-record-compact", hexOf(compactRecord)}};
 }
 
 TEST(SerializationDocs, EveryExampleIsWhatIsWritten) {
