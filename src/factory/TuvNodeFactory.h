@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "cleanup/LipoRequests.h"
+#include "cleanup/TuvNodeMD5Hash.h"
 #include "factory/DistributedCenter.h"
 #include "factory/TuvKavaroProxy.h"
 #include "model/TuvDirNode.h"
@@ -59,6 +60,13 @@ class TuvNodeFactory : public TuvKavaroProxy {
     ByteBuffer hasFileSytemChanged(const std::string& path);
     ByteBuffer nodeWithPath(const std::string& path, bool loadChildren);
     void stopSizing();
+    // Hash records in their full byte form, and the same ones with the digests of their files. Bytes that make no sense
+    // give no data and an empty header. Reads all the files before it returns (TuvNodeFactory_duplicates.cpp).
+    struct FileDuplicates {
+        ByteBuffer data;
+        MD5HashHeader headerData;
+    };
+    FileDuplicates fileDuplicatesHeader(ByteView data, const MD5HashHeader& header);
 
     // TuvNodeFactory_trash.cpp. What became of the paths is told by the Trash notification: from within the call or,
     // with a local worker, a moment later, unless another call takes its place before that.

@@ -78,6 +78,7 @@ class TuvNodeFactoryServer : public TuvKavaroProxy {
     BusReply removeNibs(const BusCall& call);
     BusReply lipoNodesInfo(const BusCall& call);
     BusReply lipoNodes(const BusCall& call);
+    BusReply fileDuplicatesHeader(const BusCall& call);
     BusReply shutdownServerCall(const BusCall& call);
     TuvNodeFactory* factory();
 

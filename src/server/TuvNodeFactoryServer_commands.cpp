@@ -1,3 +1,4 @@
+#include "cleanup/HashRecordMessage.h"
 #include "server/ServerLog.h"
 #include "server/TuvNodeFactoryServer.h"
 
@@ -79,6 +80,7 @@ BusReply TuvNodeFactoryServer::handleCall(const BusCall& call) {
         {"removeNibs", &TuvNodeFactoryServer::removeNibs},
         {"lipoNodesInfo", &TuvNodeFactoryServer::lipoNodesInfo},
         {"lipoNodes", &TuvNodeFactoryServer::lipoNodes},
+        {"fileDuplicatesHeader", &TuvNodeFactoryServer::fileDuplicatesHeader},
         {"shutdownServer", &TuvNodeFactoryServer::shutdownServerCall},
     };
     for (const auto& [member, command] : kCommands)
@@ -165,6 +167,14 @@ BusReply TuvNodeFactoryServer::lipoNodes(const BusCall& call) {
     TuvLog::info(serverLog, "lipoNodes:", "");
     factory()->lipoNodes(*files);
     return {};
+}
+
+BusReply TuvNodeFactoryServer::fileDuplicatesHeader(const BusCall& call) {
+    const auto asked = readHashRecordArguments(call.arguments);
+    if (!asked) return invalid(call, "the records must be bytes or a sealed memory file, the header texts");
+    TuvLog::info(serverLog, "fileDuplicates:header:", "");
+    const auto answer = factory()->fileDuplicatesHeader(asked->data.view(), asked->header);
+    return {{hashRecordAnswer(answer.data.view(), answer.headerData)}, {}};
 }
 
 BusReply TuvNodeFactoryServer::shutdownServerCall(const BusCall& call) {

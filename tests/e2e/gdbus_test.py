@@ -1,6 +1,8 @@
 """The server is driven with the distribution's gdbus alone."""
+import hashlib
 import os
 import re
+import struct
 import subprocess
 
 import harness
@@ -114,6 +116,31 @@ class Gdbus(harness.Case):
                               ('lipoNodesInfo', removal)):
             self.assertIn('InvalidArgs', self.call_server(member, wrong, check=False).stderr)
         self.assertEqual(self.call_server('lipoNodesInfo', '@aa{sv} []').stdout.strip(), '(@a{ua{sa{ss}}} {},)')
+
+    @staticmethod
+    def hash_record(inode, path, digest=b'', modified=0.0):
+        path = path.encode()
+        return struct.pack('<I34s2xdI', inode, digest, modified, len(path)) + path
+
+    def test_digests_of_files(self):
+        tree = self.make_tree('tree', folders=1, files=2, size=100)
+        first, second = (os.path.join(tree, 'folder0', f'file{item}') for item in range(2))
+        missing = os.path.join(tree, 'missing')
+        records = b''.join(self.hash_record(inode, path, modified=inode / 2)
+                           for inode, path in enumerate((second, missing, first), 1))
+        data = '<[byte ' + ', '.join(f'0x{byte:02x}' for byte in records) + ']>'
+        header = "{'instanceCount': '3', 'dataSize': '%d'}" % len(records)
+        answer = self.call_server('fileDuplicatesHeader', data, header).stdout
+        self.assertIn("'headerData': <{'dataSize': '%d', 'instanceCount': '3'}>" % len(records), answer)
+        got = bytes(int(byte, 16) for byte in re.findall(r'0x([0-9a-f]{2})', answer))
+        digest = hashlib.md5(b'x' * 100).hexdigest().encode()
+        self.assertEqual(got, self.hash_record(1, second, digest, 0.5) + self.hash_record(2, missing, b'', 1.0) +
+                         self.hash_record(3, first, digest, 1.5))
+        self.assertIn(f'no hash for [{missing}]', self.server_log())
+        for wrong in ("{'instanceCount': '4', 'dataSize': '%d'}" % len(records), '@a{ss} {}'):
+            answer = self.call_server('fileDuplicatesHeader', data, wrong).stdout
+            self.assertIn("'data': <@ay []>", answer)
+        self.assertIsNone(self.server.poll(), 'it stays until it is told to go')
 
     def test_stop_and_shutdown(self):
         monitor = self.monitor()

@@ -4,6 +4,7 @@
 #include <iterator>
 #include <string>
 
+#include "cleanup/HashRecordMessage.h"
 #include "client/TrashFailures.h"
 #include "factory/TuvNodeFactory.h"
 #include "platform/NotificationCenter.h"
@@ -72,12 +73,21 @@ CommandReply removeNibs(TuvNodeFactory& engine, const Arguments& arguments) {
     return {};
 }
 
+CommandReply fileDuplicatesHeader(TuvNodeFactory& engine, const Arguments& arguments) {
+    CommandReply reply;
+    const HashRecordMessage asked = readHashRecordArguments(arguments).value_or(HashRecordMessage());
+    const TuvNodeFactory::FileDuplicates answer = engine.fileDuplicatesHeader(asked.data.view(), asked.header);
+    reply.values.push_back(hashRecordAnswer(answer.data.view(), answer.headerData));
+    return reply;
+}
+
 struct Command {
     std::string_view member;
     CommandReply (*run)(TuvNodeFactory& engine, const Arguments& arguments);
 };
 
 constexpr Command kCommands[] = {
+    {"fileDuplicatesHeader", fileDuplicatesHeader},
     {"hasFileSytemChanged", hasFileSytemChanged},
     {"lipoNodesInfo", lipoNodesInfo},
     {"lipoNodes", lipoNodes},
