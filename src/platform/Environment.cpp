@@ -98,6 +98,11 @@ std::string stateFolder() {
     return base.empty() ? "" : base + "/kavaro";
 }
 
+std::string cacheFolder() {
+    std::string base = baseFolder("XDG_CACHE_HOME", ".cache");
+    return base.empty() ? "" : base + "/kavaro";
+}
+
 std::string environmentVariable(const char* name) {
     const char* value = std::getenv(name);
     return value ? value : "";

@@ -14,6 +14,7 @@ std::string homeFolder();  // HOME, else the user database's; empty when neither
 // below the home folder; empty without a home.
 std::string baseFolder(const char* variable, const char* belowHome);
 std::string stateFolder();  // $XDG_STATE_HOME/kavaro, ~/.local/state/kavaro; empty without a home
+std::string cacheFolder();  // $XDG_CACHE_HOME/kavaro, ~/.cache/kavaro; likewise
 std::string environmentVariable(const char* name);  // empty when unset
 bool isTerminal(int fd);
 int terminalColumns(int fd);                    // 0 when fd is no terminal, 80 for one that does not know its size

@@ -4,6 +4,7 @@
 #include <limits>
 #include <sstream>
 
+#include "client/commandline/SizeArgument.h"
 #include "platform/Text.h"
 #include "platform/UserDefaults.h"
 #include "support/Version.h"
@@ -64,6 +65,13 @@ std::string checkNumber(std::string& text) {
     return {};
 }
 
+// Bytes, or a number with a unit: "4096", "10 MB", "1.5g".
+std::string checkSize(std::string& text) {
+    const std::optional<std::uint64_t> bytes = readSize(text);
+    if (!bytes) return "\"" + printable(text) + "\" is no size such as 4096, 10 MB or 1.5 GB";
+    return {};
+}
+
 std::string oneOf(const std::vector<std::string>& words, const std::string& text) {
     if (std::find(words.begin(), words.end(), text) != words.end()) return {};
     std::string known;
@@ -120,6 +128,7 @@ CommandLine::CommandLine() : _app("Shows how folders use the disk.", "kavaro") {
     addCleanup();
     addSlim();
     addTrash();
+    addDuplicates();
     addServerCommands();
     addDefaults();
 }
@@ -322,6 +331,25 @@ void CommandLine::addTrash() {
     addBus(*command);
     command->add_flag("--embedded", trash.embedded, "Do it in this process, without a server and a bus");
     command->add_flag("--verbose", trash.verbose, "Show the server's log on standard error");
+}
+
+void CommandLine::addDuplicates() {
+    DuplicatesOptions& duplicates = _parsed.duplicates;
+    CLI::App* command = addCommand(_app, "duplicates", "Measure folders and find files of the same content in them",
+                                   "  kavaro duplicates ~/Pictures /srv/photos\n"
+                                   "  kavaro duplicates --min-size \"1 MB\" --json ~\n"
+                                   "  kavaro duplicates --fdupes ~/Music > list");
+    addFolders(*command, duplicates);
+    command->add_option("--min-size", _minSize, "Leave alone what is smaller: bytes, or a number with KB, MB, GB or TB")
+        ->type_name("SIZE")
+        ->check(check(checkSize));
+    CLI::Option* json = command->add_flag("--json", duplicates.json, "Write one JSON object");
+    command->add_flag("--fdupes", duplicates.fdupes, "Write paths alone, an empty line between groups")->excludes(json);
+    command->add_flag("--fresh", duplicates.fresh,
+                      "Read all files anew, also those that did not change since the last search");
+    command->add_flag("--errors", duplicates.errors,
+                      "List the folders and files that could not be read, with the reason");
+    addMeasuring(*command, duplicates);
 }
 
 void CommandLine::addServerCommands() {

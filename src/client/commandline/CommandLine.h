@@ -63,6 +63,14 @@ struct SlimOptions : MeasureOptions {
     ConfirmOptions confirm;
 };
 
+struct DuplicatesOptions : MeasureOptions {
+    std::uint64_t minSize = 1;  // bytes; smaller files are left alone
+    bool json = false;
+    bool fdupes = false;  // paths, an empty line behind each group
+    bool fresh = false;   // no digests of earlier searches
+    bool errors = false;
+};
+
 // What the arguments ask for.
 struct ParsedCommand {
     enum class Kind {
@@ -74,6 +82,7 @@ struct ParsedCommand {
         nibs,
         slim,
         trash,
+        duplicates,
         stop,
         version,
         defaultsRead,
@@ -88,6 +97,7 @@ struct ParsedCommand {
     CleanupOptions cleanup;  // languages, nibs
     SlimOptions slim;
     TrashOptions trash;
+    DuplicatesOptions duplicates;
     std::string bus = "session";     // stop, version
     std::string domain, key, value;  // defaults; an empty key means all of them
     std::string format;              // generate
@@ -125,6 +135,7 @@ class CommandLine {
     void addCleanup();
     void addSlim();
     void addTrash();
+    void addDuplicates();
     void addServerCommands();
     void addDefaults();
     CLI::App* addCommand(CLI::App& parent, const char* name, const char* description, const char* examples);
@@ -142,12 +153,14 @@ class CommandLine {
     void finishCleanup(ParsedCommand& parsed, const CLI::App& command) const;
     void finishSlim(ParsedCommand& parsed) const;
     ColorChoice colorChoice() const;
+    void finishDuplicates(ParsedCommand& parsed) const;
     bool isKnownCommand(const std::string& word) const;
 
     CLI::App _app;
     std::map<const CLI::Option*, CompletionHint> _hints;
     ParsedCommand _parsed;
     int _top = 0;
+    std::string _minSize;
     struct FolderList {
         const CLI::Option* option;
         MeasureOptions* options;  // within _parsed

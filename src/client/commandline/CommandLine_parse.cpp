@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "client/commandline/CommandLine.h"
+#include "client/commandline/SizeArgument.h"
 #include "platform/Text.h"
 #include "platform/UserDefaults.h"
 
@@ -41,6 +42,7 @@ Kind kindOf(const std::string& command) {
         {"kavaro nibs", Kind::nibs},
         {"kavaro slim", Kind::slim},
         {"kavaro trash", Kind::trash},
+        {"kavaro duplicates", Kind::duplicates},
         {"kavaro stop", Kind::stop},
         {"kavaro version", Kind::version},
         {"kavaro defaults read", Kind::defaultsRead},
@@ -126,6 +128,7 @@ ParsedCommand CommandLine::parse(const std::vector<std::string>& arguments) {
     if (parsed.kind == Kind::slim) finishSlim(parsed);
     if (parsed.kind == Kind::trash && parsed.trash.folders.empty())
         return wrong(command, "no path given. Name at least one, for example: kavaro trash old.iso");
+    if (parsed.kind == Kind::duplicates) finishDuplicates(parsed);
     if (parsed.kind == Kind::defaultsRead && parsed.domain.empty()) parsed.domain = kPreferencesDomain;
     if (parsed.kind == Kind::wrong) return wrong(command, parsed.text);
     return parsed;
@@ -230,6 +233,13 @@ void CommandLine::finishSlim(ParsedCommand& parsed) const {
     };
     if (!slim.apply && (slim.confirm.yes || slim.confirm.dryRun)) return fail("--yes and --dry-run go with --apply");
     if (slim.folders.empty()) fail("no folder given. Name at least one, for example: kavaro slim /srv/apps");
+}
+
+void CommandLine::finishDuplicates(ParsedCommand& parsed) const {
+    if (!_minSize.empty()) parsed.duplicates.minSize = readSize(_minSize).value_or(1);
+    if (!parsed.duplicates.folders.empty()) return;
+    parsed.kind = Kind::wrong;
+    parsed.text = "no folder given. Name at least one, for example: kavaro duplicates ~/Pictures";
 }
 
 }  // namespace kavaro

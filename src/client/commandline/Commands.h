@@ -12,6 +12,7 @@ int runLanguages(const CleanupOptions& options, const CommandContext& context);
 int runNibs(const CleanupOptions& options, const CommandContext& context);
 int runSlim(const SlimOptions& options, const CommandContext& context);
 int runTrash(const TrashOptions& options, const CommandContext& context);
+int runDuplicates(const DuplicatesOptions& options, const CommandContext& context);
 int runStop(const std::string& bus, const CommandContext& context);
 int runVersion(const std::string& bus, const CommandContext& context);
 int runDefaults(const ParsedCommand& command, const CommandContext& context);

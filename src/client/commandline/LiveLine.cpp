@@ -24,9 +24,38 @@ void writeAll(int fd, std::string_view text) {
     output.write(text);
 }
 
+// "1:05" or "2:03:04".
+std::string clockText(double seconds) {
+    const auto whole = static_cast<std::uint64_t>(std::llround(seconds));
+    const auto twoDigits = [](std::uint64_t number) { return (number < 10 ? "0" : "") + std::to_string(number); };
+    const std::uint64_t hours = whole / 3600, minutes = whole / 60 % 60;
+    const std::string start = hours > 0 ? std::to_string(hours) + ":" + twoDigits(minutes) : std::to_string(minutes);
+    return start + ":" + twoDigits(whole % 60);
+}
+
+// "1.2 GB of 3.4 GB compared, 1.1 GB/s, 0:02 left"; the rate and what follows from it once something has been done.
+std::string digestText(const DigestProgress& progress) {
+    constexpr double kLongest = 100 * 3600;  // seconds; more is no estimate
+    std::string line =
+        compactStringFromSize(progress.bytes) + " of " + compactStringFromSize(progress.totalBytes) + " compared";
+    if (progress.bytes == 0 || progress.seconds <= 0) return line;
+    const double rate = static_cast<double>(progress.bytes) / progress.seconds;
+    line += ", " + compactStringFromSize(static_cast<std::uint64_t>(rate)) + "/s";
+    const double left = static_cast<double>(progress.totalBytes - progress.bytes) / rate;
+    return left < kLongest ? line + ", " + clockText(left) + " left" : line;
+}
+
 }  // namespace
 
 void LiveLine::show(const MeasurementProgress& progress) {
+    draw([&](std::size_t columns) { return text(progress, columns); });
+}
+
+void LiveLine::show(const DigestProgress& progress) {
+    draw([&](std::size_t columns) { return cutInMiddle(digestText(progress), columns); });
+}
+
+void LiveLine::draw(const std::function<std::string(std::size_t)>& text) {
     const double now = _clock.monotonicSeconds();
     if (_isShown && now - _lastDrawn < kInterval) return;
     const int columns = _columns();
@@ -35,7 +64,7 @@ void LiveLine::show(const MeasurementProgress& progress) {
     _isShown = true;
     // The last column stays free: some terminals go to the next line when it is filled.
     const std::size_t room = static_cast<std::size_t>(columns > 1 ? columns : TableOptions::kNarrowest) - 1;
-    writeAll(_fd, std::string(kEraseLine) + text(progress, room));
+    writeAll(_fd, std::string(kEraseLine) + text(room));
 }
 
 void LiveLine::erase() {

@@ -3,6 +3,7 @@
 #include <functional>
 #include <string>
 
+#include "client/DigestJob.h"
 #include "client/Measurement.h"
 #include "platform/Clock.h"
 
@@ -23,9 +24,12 @@ class LiveLine {
     ~LiveLine() { erase(); }
 
     void show(const MeasurementProgress& progress);
+    void show(const DigestProgress& progress);
     void erase();
 
   private:
+    // `text` is given the columns that it may take.
+    void draw(const std::function<std::string(std::size_t)>& text);
     double rate(const MeasurementProgress& progress);
     std::string text(const MeasurementProgress& progress, std::size_t columns);
 

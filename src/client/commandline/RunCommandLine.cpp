@@ -44,6 +44,8 @@ int runCommandLine(const std::vector<std::string>& arguments, const CommandConte
             return runSlim(command.slim, context);
         case ParsedCommand::Kind::trash:
             return runTrash(command.trash, context);
+        case ParsedCommand::Kind::duplicates:
+            return runDuplicates(command.duplicates, context);
         case ParsedCommand::Kind::stop:
             return runStop(command.bus, context);
         case ParsedCommand::Kind::version:

@@ -85,7 +85,7 @@ TEST(Generate, bashCompletionParses) {
 TEST(Generate, bashCompletes) {
     EXPECT_EQ(completed("kavaro s"), "size\nslim\nstop\n");
     EXPECT_EQ(completed("kavaro "),
-              "--help\n--version\n-h\ndefaults\nfind\nlanguages\nnibs\nsize\nslim\nstop\ntrash\nversion\n");
+              "--help\n--version\n-h\ndefaults\nduplicates\nfind\nlanguages\nnibs\nsize\nslim\nstop\ntrash\nversion\n");
     EXPECT_EQ(completed("kavaro size --s"), "--same-file-system\n--sort\n");
     EXPECT_EQ(completed("kavaro size --sort "), "count\ndate\nname\nsize\n");
     EXPECT_EQ(completed("kavaro size --json --color a"), "always\nauto\n");

@@ -103,5 +103,34 @@ TEST(LiveLine, isNeverWiderThanTheTerminal) {
     }
 }
 
+DigestProgress digestsOf(std::uint64_t bytes, std::uint64_t total, double seconds) {
+    DigestProgress progress;
+    progress.bytes = bytes;
+    progress.totalBytes = total;
+    progress.seconds = seconds;
+    return progress;
+}
+
+TEST(LiveLine, tellsHowFarTheDigestsAre) {
+    const std::uint64_t gigabyte = 1ull << 30;
+    const std::pair<DigestProgress, const char*> cases[] = {
+        {digestsOf(0, 3 * gigabyte, 0), "0 bytes of 3.0 GB compared"},
+        {digestsOf(gigabyte, 3 * gigabyte, 0.5), "1.0 GB of 3.0 GB compared, 2.0 GB/s, 0:01 left"},
+        {digestsOf(gigabyte, 3 * gigabyte, 150), "1.0 GB of 3.0 GB compared, 6.8 MB/s, 5:00 left"},
+        {digestsOf(gigabyte, 2 * gigabyte, 7384), "1.0 GB of 2.0 GB compared, 142.0 KB/s, 2:03:04 left"},
+        {digestsOf(1, 3 * gigabyte, 1), "1 byte of 3.0 GB compared, 1 byte/s"},
+        {digestsOf(7, 7, 1), "7 bytes of 7 bytes compared, 7 bytes/s, 0:00 left"},
+    };
+    for (const auto& [progress, text] : cases) {
+        Drawn drawn;
+        drawn.line.show(progress);
+        EXPECT_EQ(drawn.bytes.text(), kErase + text);
+    }
+    Drawn narrow;
+    narrow.columns = 20;
+    narrow.line.show(cases[1].first);
+    EXPECT_LT(displayWidth(narrow.bytes.text().substr(kErase.size())), 20u);
+}
+
 }  // namespace
 }  // namespace kavaro

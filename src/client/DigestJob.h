@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "client/Measurement.h"
+#include "model/TuvObjectArray.h"
+
+namespace kavaro {
+
+// How far a job is.
+struct DigestProgress {
+    std::uint64_t bytes = 0, totalBytes = 0;
+    std::uint64_t files = 0, totalFiles = 0;
+    double seconds = 0;
+};
+
+struct DigestResult {
+    TuvRef<TuvObjectArray>
+        records;  // never null; of the files that were done, with an empty digest where there is none
+    bool interrupted = false;
+    std::string failure;  // for people; empty when all went well
+};
+
+// Has the server make the digests of files. It is asked for a few at a time, so that it can answer others in between:
+// files of kDigestChunkBytes together, or one that is as large, and kDigestChunkFiles at most.
+constexpr int kDigestChunkBytes = 256 << 20;
+constexpr int kDigestChunkFiles = 1000;
+// Main thread. `nodes` are files, each of its own node ID.
+DigestResult digestFiles(const TuvObjectArray* nodes, MeasurementSource& source,
+                         const std::function<void(const DigestProgress&)>& progress,
+                         const std::function<bool()>& interrupted);
+
+}  // namespace kavaro

@@ -1,0 +1,238 @@
+#include "client/DuplicateSearch.h"
+
+#include <errno.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <set>
+
+#include "platform/Clock.h"
+#include "platform/Environment.h"
+#include "platform/FileStatus.h"
+#include "platform/Text.h"
+
+namespace kavaro {
+
+namespace {
+
+std::string pathOf(const TuvNode* node) {
+    return std::string(node->filePath());
+}
+
+std::int64_t nanoseconds(const struct timespec& time) {
+    return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
+}
+
+std::int64_t nowInNanoseconds() {
+    return std::llround(Clock::system().wallSeconds() * 1e9);
+}
+
+FileIdentity identityOf(const struct stat& info) {
+    return {info.st_dev, info.st_ino, static_cast<std::uint64_t>(info.st_size), nanoseconds(info.st_mtim),
+            nanoseconds(info.st_ctim)};
+}
+
+const TuvNode* rootOf(const TuvNode* node) {
+    while (node->parent()) node = node->parent();
+    return node;
+}
+
+// Why there is no digest. The server may have been allowed more than this process is.
+std::string reasonOf(const std::string& path) {
+    struct stat info {};
+    if (const int error = fileStatusAtPath(path, &info); error != 0) return errorText(error);
+    if (access(path.c_str(), R_OK) != 0) return errorText(errno);
+    return "it changed while it was read";
+}
+
+std::set<std::uint32_t> filesIn(const TuvObjectArray* group) {
+    std::set<std::uint32_t> ids;
+    for (const TuvObject* node : *group) ids.insert(node->objectID());
+    return ids;
+}
+
+}  // namespace
+
+void DuplicateSearch::prepare(DigestCache* cache) {
+    // All candidates as the files of one folder, so that files of all trees meet. They keep their own parents.
+    auto all = make<TuvDirNode>();
+    for (const TuvRef<TuvDirNode>& root : _roots) {
+        const TuvRef<TuvObjectArray> candidates = root->potentialyDuplicateChildren();
+        for (int i = 0; i < candidates->count(); ++i) {
+            TuvNode* node = candidates->nodeAtIndex(i);
+            if (node->logicalSize() >= _smallestSize) all->files()->addObject(node);
+        }
+    }
+    _candidates = static_cast<std::uint64_t>(all->fileCount());
+    const TuvRef<TuvObjectArray> groups = all->potentialyDuplicateFiles();
+    for (int i = 0; i < groups->count(); ++i) takeGroup(groups->arrayAtIndex(i));
+    chooseNodesToDigest(cache);
+}
+
+// Gives the node the number of its file. False when it is none, or none any more. What may not be looked at stays: the
+// server may read it all the same.
+bool DuplicateSearch::lookAt(TuvNode* node) {
+    struct stat info {};
+    File file;
+    file.seen = nowInNanoseconds();
+    std::pair<bool, FileKey> key;
+    const int error = fileStatusAtPath(pathOf(node), &info);
+    if (error == 0) {
+        if (!S_ISREG(info.st_mode) || static_cast<std::uint64_t>(info.st_size) != node->logicalSize()) return false;
+        file.isKnown = true;
+        file.identity = identityOf(info);
+        file.links = info.st_nlink;
+        key = {true, {info.st_dev, info.st_ino}};
+    } else {
+        if (error == ENOENT || error == ENOTDIR) return false;
+        key = {false, {reinterpret_cast<std::uintptr_t>(rootOf(node)), node->inode()}};
+    }
+    const auto [place, isNew] = _fileIDs.try_emplace(key, static_cast<std::uint32_t>(_files.size() + 1));
+    if (isNew) _files.push_back(file);
+    _measuredIDs.emplace(node, node->inode());
+    node->setInode(place->second);
+    return true;
+}
+
+void DuplicateSearch::takeGroup(const TuvObjectArray* group) {
+    auto members = make<TuvObjectArray>(group->count());
+    std::set<std::string> paths;  // folders may lie within each other
+    for (int i = 0; i < group->count(); ++i) {
+        TuvNode* node = group->nodeAtIndex(i);
+        if (_roots.size() > 1 && !paths.insert(pathOf(node)).second) continue;
+        if (lookAt(node)) members->addObject(node);
+    }
+    if (members->count() < 2) return;
+    TuvObjectArray* groups = filesIn(members.get()).size() > 1 ? _groups.get() : _linkGroups.get();
+    groups->adoptObject(members.leak());
+}
+
+void DuplicateSearch::chooseNodesToDigest(DigestCache* cache) {
+    const TuvRef<TuvObjectArray> flat = TuvNodeMD5Hash::flatenArray(_groups.get());
+    auto files = make<TuvObjectArray>(flat->count());
+    std::vector<bool> isTaken(_files.size() + 1);
+    for (int i = 0; i < flat->count(); ++i) {
+        TuvNode* node = flat->nodeAtIndex(i);
+        if (isTaken[node->inode()]) continue;
+        isTaken[node->inode()] = true;
+        files->addObject(node);
+        const File& file = fileOf(node);
+        const auto digest = cache && file.isKnown ? cache->find(pathOf(node), file.identity) : std::nullopt;
+        if (!digest) continue;
+        auto record = make<TuvNodeMD5Hash>(node);
+        record->setMD5Hash(*digest);
+        _records->adoptObject(record.leak());
+    }
+    _records->sortByFunction(TuvNodeMD5Hash_sortByInode);
+    _toDigest = TuvNodeMD5Hash::fileNodesToReload(files.get(), _records.get());
+}
+
+void DuplicateSearch::takeIn(const TuvObjectArray* fresh, DigestCache& cache) {
+    for (int i = 0; i < fresh->count(); ++i) {
+        const auto* record = TuvNodeMD5Hash::atIndex(fresh, i);
+        const std::string path = record->filePath().value_or("");
+        if (record->md5Hash().empty()) {
+            _undigested.push_back({path, reasonOf(path)});
+            continue;
+        }
+        const File& file = _files[record->inode() - 1];
+        struct stat info {};
+        if (file.isKnown && fileStatusAtPath(path, &info) == 0 && identityOf(info) == file.identity)
+            cache.add(*record, file.identity, file.seen);
+    }
+    _records->addObjectsFromArray(fresh);
+    _records->sortByFunction(TuvNodeMD5Hash_sortByInode);
+    TuvNodeMD5Hash::cleanedArray(_records.get());
+}
+
+// The rule for real groups compares with the first member of a group and keeps members without a record: it is given
+// groups in which all have a record, and the same digest.
+TuvRef<TuvObjectArray> DuplicateSearch::splitByDigest(const TuvObjectArray* records) const {
+    auto split = make<TuvObjectArray>();
+    for (int i = 0; i < _groups->count(); ++i) {
+        const TuvObjectArray* group = _groups->arrayAtIndex(i);
+        std::map<std::string, TuvRef<TuvObjectArray>> parts;
+        for (int k = 0; k < group->count(); ++k) {
+            TuvNode* node = group->nodeAtIndex(k);
+            const TuvNodeMD5Hash* record = TuvNodeMD5Hash::recordOfNode(records, node);
+            if (!record) continue;
+            TuvRef<TuvObjectArray>& part = parts[record->md5Hash()];
+            if (!part) part = make<TuvObjectArray>();
+            part->addObject(node);
+        }
+        for (auto& [digest, part] : parts)
+            if (part->count() > 1) split->adoptObject(part.leak());
+    }
+    return split;
+}
+
+std::vector<DuplicateGroup> DuplicateSearch::finish(const TuvObjectArray* fresh, DigestCache& cache) {
+    takeIn(fresh, cache);
+    const TuvRef<TuvObjectArray> potential = splitByDigest(_records.get());
+    const TuvRef<TuvObjectArray> real = TuvNodeMD5Hash::duplicateFiles(potential.get(), _records.get());
+    std::vector<DuplicateGroup> groups;
+    for (int i = 0; i < real->count(); ++i) groups.push_back(described(real->arrayAtIndex(i)));
+    for (int i = 0; i < _linkGroups->count(); ++i) groups.push_back(described(_linkGroups->arrayAtIndex(i)));
+    std::sort(groups.begin(), groups.end(), [](const DuplicateGroup& a, const DuplicateGroup& b) {
+        if (a.waste != b.waste) return a.waste > b.waste;
+        if (a.size != b.size) return a.size > b.size;
+        return compare(a.files.front().path, b.files.front().path) < 0;
+    });
+    return groups;
+}
+
+DuplicateGroup DuplicateSearch::described(const TuvObjectArray* group) const {
+    DuplicateGroup result;
+    result.size = group->nodeAtIndex(0)->logicalSize();
+    result.waste = wasteOf(group);
+    if (const TuvNodeMD5Hash* record = TuvNodeMD5Hash::recordOfNode(_records.get(), group->nodeAtIndex(0)))
+        result.digest = record->md5Hash();
+    for (int i = 0; i < group->count(); ++i) {
+        const TuvNode* node = group->nodeAtIndex(i);
+        result.files.push_back({pathOf(node), node, node->inode(), -1, false});
+    }
+    std::sort(result.files.begin(), result.files.end(),
+              [](const DuplicateFile& a, const DuplicateFile& b) { return compare(a.path, b.path) < 0; });
+    std::map<std::uint32_t, std::pair<int, std::uint64_t>> names;  // of each file: the first, and how many
+    for (std::size_t i = 0; i < result.files.size(); ++i) {
+        DuplicateFile& file = result.files[i];
+        const auto [first, isFirst] = names.try_emplace(file.inode, static_cast<int>(i), 0);
+        ++first->second.second;
+        if (!isFirst) file.sameAs = first->second.first;
+    }
+    for (DuplicateFile& file : result.files) {
+        file.hasNamesElsewhere = fileOf(file.node).links > names[file.inode].second;
+        file.inode = _measuredIDs.at(file.node);
+    }
+    return result;
+}
+
+// A file that has names elsewhere is not freed, whatever is removed here; so it is one to keep.
+std::uint64_t DuplicateSearch::wasteOf(const TuvObjectArray* group) const {
+    struct Names {
+        std::uint64_t size = 0, count = 0, links = 0;
+    };
+    std::map<std::uint32_t, Names> files;
+    for (int i = 0; i < group->count(); ++i) {
+        const TuvNode* node = group->nodeAtIndex(i);
+        Names& names = files[node->inode()];
+        names.size = std::max(names.size, node->physicalSize());
+        names.links = fileOf(node).links;
+        ++names.count;
+    }
+    std::uint64_t sum = 0, largest = 0;
+    bool keepsOne = false;
+    for (const auto& [id, names] : files) {
+        if (names.links > names.count) {
+            keepsOne = true;
+            continue;
+        }
+        sum += names.size;
+        largest = std::max(largest, names.size);
+    }
+    return keepsOne ? sum : sum - largest;
+}
+
+}  // namespace kavaro

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "client/DigestCache.h"
+#include "client/Measurement.h"
+#include "model/TuvDirNode.h"
+
+namespace kavaro {
+
+// One name of a file that has duplicates.
+struct DuplicateFile {
+    std::string path;
+    const TuvNode* node = nullptr;   // in its measured tree
+    std::uint32_t inode = 0;         // its node ID in the job that measured it
+    int sameAs = -1;                 // index in the group of an earlier name of the same file: a hard link of it
+    bool hasNamesElsewhere = false;  // the file has more names than those in the group
+};
+
+// Names of files of the same content, in the order of their paths.
+struct DuplicateGroup {
+    std::uint64_t size = 0;   // logical, of each
+    std::uint64_t waste = 0;  // bytes on disk that come free when all of them but one file go
+    std::string digest;       // empty where all are hard links of one file: that needs none
+    std::vector<DuplicateFile> files;
+};
+
+struct UndigestedFile {
+    std::string path;
+    std::string reason;
+};
+
+// A search for files of the same content in measured folders: which of them need a digest, and what the digests tell.
+// Looks at the status of files on the disk once more, not at their content: links, and what has gone or has another
+// size by now, are left out; names of one file are known by it. Calls in this order: addFolder() for each folder,
+// prepare(), then nodesToDigest() are digested, finish(). Main thread.
+class DuplicateSearch {
+  public:
+    explicit DuplicateSearch(std::uint64_t smallestSize) : _smallestSize(smallestSize) {}
+    DuplicateSearch(const DuplicateSearch&) = delete;
+    DuplicateSearch& operator=(const DuplicateSearch&) = delete;
+
+    // Takes over the tree. REQUIRES: there is one.
+    void addFolder(TuvRef<TuvDirNode> root) { _roots.push_back(std::move(root)); }
+    // Finds files of the same size, and which of their digests the cache knows; null: none.
+    void prepare(DigestCache* cache);
+    // One name of each file without a digest. Node IDs tell files apart over all folders now.
+    const TuvObjectArray* nodesToDigest() const { return _toDigest.get(); }
+    // `fresh`: the records of those nodes, as far as they were made; they go into the cache, too. The largest waste
+    // comes first.
+    std::vector<DuplicateGroup> finish(const TuvObjectArray* fresh, DigestCache& cache);
+
+    std::uint64_t candidates() const { return _candidates; }
+    // Of the fresh records, those without a digest, and why, as far as this process can see it.
+    const std::vector<UndigestedFile>& undigested() const { return _undigested; }
+
+  private:
+    // A file, whatever its names.
+    struct File {
+        bool isKnown = false;  // the disk told what follows
+        FileIdentity identity;
+        std::uint64_t links = 0;  // names that the disk counts
+        std::int64_t seen = 0;    // when; nanoseconds since 1970
+    };
+    using FileKey = std::pair<std::uint64_t, std::uint64_t>;
+
+    bool lookAt(TuvNode* node);
+    void takeGroup(const TuvObjectArray* group);
+    void chooseNodesToDigest(DigestCache* cache);
+    void takeIn(const TuvObjectArray* fresh, DigestCache& cache);
+    TuvRef<TuvObjectArray> splitByDigest(const TuvObjectArray* records) const;
+    DuplicateGroup described(const TuvObjectArray* group) const;
+    std::uint64_t wasteOf(const TuvObjectArray* group) const;
+    const File& fileOf(const TuvNode* node) const { return _files[node->inode() - 1]; }
+
+    const std::uint64_t _smallestSize;
+    std::vector<TuvRef<TuvDirNode>> _roots;
+    std::uint64_t _candidates = 0;
+    std::vector<File> _files;                                    // by node ID - 1
+    std::map<std::pair<bool, FileKey>, std::uint32_t> _fileIDs;  // true: device and inode; false: tree and node ID
+    std::unordered_map<const TuvNode*, std::uint32_t> _measuredIDs;
+    TuvRef<TuvObjectArray> _groups = make<TuvObjectArray>();      // of one size, more than one file each
+    TuvRef<TuvObjectArray> _linkGroups = make<TuvObjectArray>();  // names of one file alone
+    TuvRef<TuvObjectArray> _records = make<TuvObjectArray>();     // with their digests
+    TuvRef<TuvObjectArray> _toDigest = make<TuvObjectArray>();
+    std::vector<UndigestedFile> _undigested;
+};
+
+}  // namespace kavaro
