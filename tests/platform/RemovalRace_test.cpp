@@ -71,7 +71,7 @@ TEST_F(RemovalRace, APartOfThePathIsSwappedForALink) {
 
 // A folder within the tree that goes is swapped for a link while it is walked.
 TEST_F(RemovalRace, AFolderWithinIsSwappedForALink) {
-    for (int round = 0; round < kRounds / 10; ++round) {
+    for (int round = 0; round < kRounds / 30; ++round) {
         temp.makeFolder("work/tree");
         for (int folder = 0; folder < 8; ++folder) {
             const std::string name = "work/tree/" + std::to_string(folder);
