@@ -71,6 +71,20 @@ void DuplicateSearch::prepare(DigestCache* cache) {
     chooseNodesToDigest(cache);
 }
 
+// The folder that a node is in, whatever the way to it.
+const DuplicateSearch::FolderKey& DuplicateSearch::folderOf(const TuvNode* node) {
+    const TuvNode* folder = node->parent();
+    const auto [place, isNew] = _folders.try_emplace(folder);
+    if (!isNew) return place->second;
+    struct stat info {};
+    if (const std::string path = pathOf(folder); folderStatusAtPath(path, &info) == 0) {
+        place->second.first = {info.st_dev, info.st_ino};
+    } else {
+        place->second.second = path;
+    }
+    return place->second;
+}
+
 // Gives the node the number of its file. False when it is none, or none any more. What may not be looked at stays: the
 // server may read it all the same.
 bool DuplicateSearch::lookAt(TuvNode* node) {
@@ -91,6 +105,10 @@ bool DuplicateSearch::lookAt(TuvNode* node) {
     }
     const auto [place, isNew] = _fileIDs.try_emplace(key, static_cast<std::uint32_t>(_files.size() + 1));
     if (isNew) _files.push_back(file);
+    File& known = _files[place->second - 1];
+    // More names than the disk counts: one of them is another one in disguise, as a file that is mounted on a file is.
+    if (known.isKnown && known.names > 0 && known.names >= known.links) return false;
+    ++known.names;
     _measuredIDs.emplace(node, node->inode());
     node->setInode(place->second);
     return true;
@@ -98,10 +116,10 @@ bool DuplicateSearch::lookAt(TuvNode* node) {
 
 void DuplicateSearch::takeGroup(const TuvObjectArray* group) {
     auto members = make<TuvObjectArray>(group->count());
-    std::set<std::string> paths;  // folders may lie within each other
+    std::set<std::pair<FolderKey, std::string>> names;  // folders may lie within each other, or be the same
     for (int i = 0; i < group->count(); ++i) {
         TuvNode* node = group->nodeAtIndex(i);
-        if (_roots.size() > 1 && !paths.insert(pathOf(node)).second) continue;
+        if (!names.emplace(folderOf(node), lastPathComponent(pathOf(node))).second) continue;
         if (lookAt(node)) members->addObject(node);
     }
     if (members->count() < 2) return;

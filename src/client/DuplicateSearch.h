@@ -37,8 +37,9 @@ struct UndigestedFile {
 
 // A search for files of the same content in measured folders: which of them need a digest, and what the digests tell.
 // Looks at the status of files on the disk once more, not at their content: links, and what has gone or has another
-// size by now, are left out; names of one file are known by it. Calls in this order: addFolder() for each folder,
-// prepare(), then nodesToDigest() are digested, finish(). Main thread.
+// size by now, are left out; names of one file are known by it. A name that is reached by several ways, through links
+// to folders or folders that are mounted twice, is one: by its folder's device and inode. Calls in this order:
+// addFolder() for each folder, prepare(), then nodesToDigest() are digested, finish(). Main thread.
 class DuplicateSearch {
   public:
     explicit DuplicateSearch(std::uint64_t smallestSize) : _smallestSize(smallestSize) {}
@@ -65,10 +66,13 @@ class DuplicateSearch {
         bool isKnown = false;  // the disk told what follows
         FileIdentity identity;
         std::uint64_t links = 0;  // names that the disk counts
+        std::uint64_t names = 0;  // found so far
         std::int64_t seen = 0;    // when; nanoseconds since 1970
     };
     using FileKey = std::pair<std::uint64_t, std::uint64_t>;
+    using FolderKey = std::pair<FileKey, std::string>;  // device and inode; where they are not known, the path
 
+    const FolderKey& folderOf(const TuvNode* node);
     bool lookAt(TuvNode* node);
     void takeGroup(const TuvObjectArray* group);
     void chooseNodesToDigest(DigestCache* cache);
@@ -83,6 +87,7 @@ class DuplicateSearch {
     std::uint64_t _candidates = 0;
     std::vector<File> _files;                                    // by node ID - 1
     std::map<std::pair<bool, FileKey>, std::uint32_t> _fileIDs;  // true: device and inode; false: tree and node ID
+    std::unordered_map<const TuvNode*, FolderKey> _folders;      // by the node of the folder
     std::unordered_map<const TuvNode*, std::uint32_t> _measuredIDs;
     TuvRef<TuvObjectArray> _groups = make<TuvObjectArray>();      // of one size, more than one file each
     TuvRef<TuvObjectArray> _linkGroups = make<TuvObjectArray>();  // names of one file alone

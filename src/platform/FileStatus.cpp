@@ -17,4 +17,11 @@ int fileStatusAtPath(const std::string& path, struct stat* status) {
     return file.isOpen() && fstat(file.get(), status) == 0 ? 0 : errno;
 }
 
+int folderStatusAtPath(const std::string& path, struct stat* status) {
+    if (path.find('\0') != std::string::npos) return ENOENT;
+    const FileDescriptor folder(
+        FolderOpener().open(AT_FDCWD, path, O_PATH | O_DIRECTORY, FolderOpener::Rule::followLinks));
+    return folder.isOpen() && fstat(folder.get(), status) == 0 ? 0 : errno;
+}
+
 }  // namespace kavaro

@@ -1,6 +1,8 @@
 #include "client/DuplicateSearch.h"
 
 #include <gmock/gmock.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -243,6 +245,60 @@ TEST_F(DuplicateSearchTest, AFileIsNoDuplicateOfItself) {
     for (const char* name : {"one", "one/inner", "one"}) add(searched, _folder.path(name));
     searched.prepare(nullptr);
     EXPECT_THAT(namesOf(finish(searched)), ElementsAre(ElementsAre("one/c", "one/inner/a")));
+}
+
+// Whoever keeps the first of a group and removes the others must not remove the only one there is.
+TEST_F(DuplicateSearchTest, AFileBehindALinkToItsFolderIsNoDuplicateOfItself) {
+    _folder.makeFolder("d1");
+    _folder.makeFolder("d1/inner");
+    _folder.write("d1/inner/only", "1234");
+    ASSERT_EQ(symlink("d1", _folder.path("d2").c_str()), 0);
+    for (const char* first : {"d1", "d1/inner", "d2"})
+        for (const char* second : {"d2", "d2/inner"}) {
+            DuplicateSearch searched(1);
+            add(searched, _folder.path(first));
+            add(searched, _folder.path(second));
+            searched.prepare(nullptr);
+            EXPECT_EQ(searched.nodesToDigest()->count(), 0) << first << " " << second;
+            EXPECT_THAT(finish(searched), IsEmpty()) << first << " " << second;
+        }
+}
+
+TEST_F(DuplicateSearchTest, ANameIsCountedOnceWhateverTheWayToIt) {
+    _folder.makeFolder("d1");
+    _folder.makeFolder("out");
+    _folder.write("d1/a", "1234");
+    _folder.write("d1/b", "1234");
+    link("d1/a", "out/a");
+    ASSERT_EQ(symlink("d1", _folder.path("d2").c_str()), 0);
+    DuplicateSearch searched(1);
+    add(searched, _folder.path("d1"));
+    add(searched, _folder.path("d2"));
+    searched.prepare(nullptr);
+    const auto groups = finish(searched);
+    ASSERT_THAT(namesOf(groups), ElementsAre(ElementsAre("d1/a", "d1/b")));
+    EXPECT_TRUE(groups[0].files[0].hasNamesElsewhere) << "the one that was reached twice is no second one";
+    EXPECT_FALSE(groups[0].files[1].hasNamesElsewhere);
+    EXPECT_EQ(groups[0].files[0].sameAs, -1);
+    EXPECT_EQ(groups[0].files[1].sameAs, -1);
+}
+
+TEST_F(DuplicateSearchTest, WhatIsMountedTwiceIsNoDuplicate) {
+    for (const char* name : {"d1", "d2"}) _folder.makeFolder(name);
+    _folder.write("d1/only", "1234");
+    _folder.write("d1/mounted", "5678");
+    _folder.write("point", "");
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount(_folder.path("d1").c_str(), _folder.path("d2").c_str(), nullptr, MS_BIND, nullptr) != 0 ||
+        mount(_folder.path("d1/mounted").c_str(), _folder.path("point").c_str(), nullptr, MS_BIND, nullptr) != 0) {
+        std::printf("mounts cannot be made here: nothing was checked\n");
+        return;
+    }
+    EXPECT_THAT(namesOf(search(_folder.path())), IsEmpty());
+    link("d1/only", "d1/second");
+    EXPECT_THAT(namesOf(search(_folder.path())), ElementsAre(testing::SizeIs(2))) << "of two names, each once";
+    umount(_folder.path("point").c_str());
+    umount(_folder.path("d2").c_str());
 }
 
 // Sets the time of the last change long back, as far as that is possible: by asking the cache as if it were later.

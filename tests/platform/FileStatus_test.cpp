@@ -26,6 +26,21 @@ TEST(FileStatus, IsThatOfTheFileOrLinkItself) {
     EXPECT_EQ(fileStatusAtPath(folder.path("file") + std::string(1, '\0'), &status), ENOENT);
 }
 
+TEST(FileStatus, OfAFolderIsThatOfWhereLinksLead) {
+    TempFolder folder;
+    folder.makeFolder("folder");
+    folder.write("file", "");
+    ASSERT_EQ(symlink("folder", folder.path("link").c_str()), 0);
+    struct stat direct {};
+    struct stat behindLink {};
+    ASSERT_EQ(fileStatusAtPath(folder.path("folder"), &direct), 0);
+    ASSERT_EQ(folderStatusAtPath(folder.path("link"), &behindLink), 0);
+    EXPECT_EQ(behindLink.st_ino, direct.st_ino);
+    EXPECT_EQ(folderStatusAtPath(folder.path("file"), &direct), ENOTDIR);
+    EXPECT_EQ(folderStatusAtPath(folder.path("none"), &direct), ENOENT);
+    EXPECT_EQ(folderStatusAtPath(folder.path("folder") + std::string(1, '\0'), &direct), ENOENT);
+}
+
 TEST(FileStatus, OfAPathThatIsTooLongForTheKernel) {
     TempFolder folder;
     const std::string name(200, 'd');
