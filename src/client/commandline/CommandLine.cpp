@@ -344,7 +344,10 @@ void CommandLine::addDuplicates() {
         ->type_name("SIZE")
         ->check(check(checkSize));
     CLI::Option* json = command->add_flag("--json", duplicates.json, "Write one JSON object");
-    command->add_flag("--fdupes", duplicates.fdupes, "Write paths alone, an empty line between groups")->excludes(json);
+    command
+        ->add_flag("--fdupes", duplicates.fdupes,
+                   "Write paths alone, an empty line between groups; hard links of a file are left out")
+        ->excludes(json);
     command->add_flag("--fresh", duplicates.fresh,
                       "Read all files anew, also those that did not change since the last search");
     command->add_flag("--errors", duplicates.errors,

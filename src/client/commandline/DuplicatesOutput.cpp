@@ -1,5 +1,7 @@
 #include "client/commandline/DuplicatesOutput.h"
 
+#include <algorithm>
+
 #include "client/commandline/JsonFields.h"
 #include "platform/Text.h"
 #include "support/StringHelpers.h"
@@ -77,7 +79,10 @@ void writeDuplicates(Output& output, const DuplicatesOutcome& outcome) {
 void writeDuplicatesAsFdupes(Output& output, const DuplicatesOutcome& outcome) {
     for (const DuplicateGroup& group : outcome.groups) {
         if (output.failed()) return;
-        for (const DuplicateFile& file : group.files) output.write(file.path + "\n");
+        const auto isFirstName = [](const DuplicateFile& file) { return file.sameAs < 0; };
+        if (std::count_if(group.files.begin(), group.files.end(), isFirstName) < 2) continue;
+        for (const DuplicateFile& file : group.files)
+            if (isFirstName(file)) output.write(file.path + "\n");
         output.put('\n');
     }
 }

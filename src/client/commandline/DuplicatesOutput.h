@@ -23,7 +23,8 @@ struct DuplicatesOutcome {
 
 // For people: each group with what it wastes, and a last line with the sums.
 void writeDuplicates(Output& output, const DuplicatesOutcome& outcome);
-// Paths as they are, one a line, an empty line behind each group.
+// Paths as they are, one a line, an empty line behind each group; of each file the first name alone, so that what is
+// removed by this list is no hard link of what is kept.
 void writeDuplicatesAsFdupes(Output& output, const DuplicatesOutcome& outcome);
 // One object and a line end:
 //   folders (path each), groups, files, waste, seconds; and, where they apply: partial (true), lowerBound and unread

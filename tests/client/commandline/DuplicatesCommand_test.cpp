@@ -101,6 +101,14 @@ TEST_F(DuplicatesCommandTest, WritesPathsAsFdupesDoes) {
     EXPECT_EQ(run.output().size(), 2 * (folder.path().size() + 3) + 1 + 2 * folder.path().size() + 9 + 1);
 }
 
+TEST_F(DuplicatesCommandTest, HardLinksAreNotAmongThePathsForPrograms) {
+    ASSERT_EQ(link(at("a").c_str(), at("a2").c_str()), 0);
+    ASSERT_EQ(link(at("d").c_str(), at("d2").c_str()), 0);
+    names.insert(names.end(), {"a2", "d2"});
+    EXPECT_EQ(run.run({"duplicates", "--fdupes", folder.path()}), kExitDone) << run.error();
+    EXPECT_EQ(run.output(), at("a") + "\n" + at("b") + "\n\n");
+}
+
 TEST_F(DuplicatesCommandTest, WritesJson) {
     ASSERT_EQ(link(at("a").c_str(), at("a2").c_str()), 0);
     names.push_back("a2");
