@@ -8,7 +8,6 @@
 #include "client/commandline/CleanupRun.h"
 #include "client/commandline/Commands.h"
 #include "client/commandline/FolderMeasurements.h"
-#include "client/commandline/PathArgument.h"
 #include "platform/Text.h"
 
 namespace kavaro {
@@ -46,20 +45,20 @@ class CleanupRemoval {
 
   private:
     int measure() {
+        // Nobody follows links for us when it comes to removing.
+        _measurements.resolveLinks();
         _measurements.run([&](const std::string& argument, Measurement& measurement) {
-            // Nobody follows links for us when it comes to removing.
-            const std::string place = pathWithoutLinks(measurement.path);
             if (_plan.call == CleanupCall::removeLocales)
-                addLanguages(measurement, place);
+                addLanguages(measurement);
             else
-                for (const OfferedEntry& file : offeredNibs(*measurement.root).files) add(measurement, place, file);
+                for (const OfferedEntry& file : offeredNibs(*measurement.root).files) add(file);
             _measurements.reportUnread(argument, measurement, _options.errors);
             return true;
         });
         return _measurements.exitCode();
     }
 
-    void addLanguages(const Measurement& measurement, const std::string& place) {
+    void addLanguages(const Measurement& measurement) {
         for (const OfferedLanguage& language : offeredLanguages(*measurement.root).languages) {
             for (const OfferedEntry& folder : language.folders)
                 if (!isShared(folder)) _offered.insert(language.name);
@@ -72,16 +71,14 @@ class CleanupRemoval {
                     if (isShared(folder) && isMeantShared) _shared.insert(word);
                     if (!isMeant) continue;
                     _known.insert(word);
-                    add(measurement, place, folder);
+                    add(folder);
                 }
             }
         }
     }
 
-    void add(const Measurement& measurement, const std::string& place, const OfferedEntry& entry) {
+    void add(const OfferedEntry& entry) {
         std::string path(entry.node->filePath());
-        if (path.starts_with(measurement.path))
-            path = (place == "/" ? "" : place) + path.substr(measurement.path == "/" ? 0 : measurement.path.size());
         if (!_paths.insert(path).second) return;
         _plan.items.push_back({std::move(path), entry.totals.physicalSize, entry.node->isDirectory()});
     }

@@ -323,7 +323,9 @@ void CommandLine::addTrash() {
                                    "  kavaro trash old.iso Downloads/unpacked\n"
                                    "  kavaro trash --dry-run *.log\n"
                                    "  kavaro trash --yes -- -name-with-dash");
-    CLI::Option* paths = command->add_option("PATH", "Files, folders and links; a link goes itself");
+    CLI::Option* paths = command->add_option(
+        "PATH",
+        "Files, folders and links; a link at the end goes itself if it leads somewhere, links before are followed");
     paths->expected(0, CLI::detail::expected_max_vector_size)->allow_extra_args()->type_name("");
     hint(paths, CompletionHint::Kind::file);
     _folderLists[command->get_name()] = {paths, &trash};

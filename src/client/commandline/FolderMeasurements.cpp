@@ -47,7 +47,8 @@ bool FolderMeasurements::measureOne(const std::string& argument, const Show& sho
         fail(kExitFailed);
         return true;
     }
-    Measurement measurement = measure(folder.path);
+    const std::string path = _resolvesLinks ? pathWithoutLinks(folder.path) : folder.path;
+    Measurement measurement = measure(path);
     // Whatever the last notification said: something was cut off.
     measurement.partial |= !measurement.ok();
     if (measurement.interrupted) fail(kExitInterrupted);
@@ -57,7 +58,7 @@ bool FolderMeasurements::measureOne(const std::string& argument, const Show& sho
     } else if (measurement.interrupted) {
         const bool follows = measurement.root && _part == Part::isShown;
         const char* shown = follows ? "What was measured until then follows" : "";
-        writeError(_context, errorMessage(folder.path, "interrupted", shown));
+        writeError(_context, errorMessage(path, "interrupted", shown));
     }
     if (!measurement.root) return true;
     // Nothing is left to stop on the server, and writing may take long when the reader is slow.

@@ -38,6 +38,9 @@ class FolderMeasurements {
 
     // While `show` runs, a signal ends the process at once.
     void run(const Show& show);
+    // Each folder is measured, and named, by its path without links. What is to be changed later is then what was
+    // measured, whatever becomes of a link that was named. Call before run().
+    void resolveLinks() { _resolvesLinks = true; }
     // On standard error: that folders could not be looked into, with `lists` which and why. Nothing where all were.
     void reportUnread(const std::string& argument, const Measurement& measurement, bool lists) const;
     // What measured the folders: it has other commands for the server, too. Made when there is none yet.
@@ -59,6 +62,7 @@ class FolderMeasurements {
     const MeasureOptions& _options;
     const CommandContext& _context;
     const Part _part;
+    bool _resolvesLinks = false;
     std::unique_ptr<MeasurementSource> _source;
     int _exitCode = kExitDone;
 };

@@ -6,7 +6,6 @@
 #include "client/commandline/Commands.h"
 #include "client/commandline/Confirmation.h"
 #include "client/commandline/FolderMeasurements.h"
-#include "client/commandline/PathArgument.h"
 #include "client/commandline/SlimOutput.h"
 #include "platform/FileAttributes.h"
 #include "platform/Text.h"
@@ -31,6 +30,7 @@ class SlimCommand {
         : _options(options), _context(context), _measurements(options, context, FolderMeasurements::Part::isNotShown) {}
 
     int run() {
+        if (_options.apply) _measurements.resolveLinks();
         _measurements.run([this](const std::string& argument, Measurement& measurement) {
             if (measurement.interrupted) return false;
             _offers.push_back(slimCandidates(argument, std::move(measurement)));
@@ -113,14 +113,10 @@ class SlimCommand {
     void makeTasks() {
         std::set<std::string> paths;
         for (const SlimOffer& offer : _offers) {
-            const std::string& folder = offer.measurement.path;
-            const std::string place = pathWithoutLinks(folder);
             for (const SlimProgram& program : offer.programs) {
                 std::vector<std::string> names = program.going();
                 if (names.empty()) continue;
                 std::string path(program.node->filePath());
-                if (path.starts_with(folder))
-                    path = (place == "/" ? "" : place) + path.substr(folder == "/" ? 0 : folder.size());
                 if (paths.insert(path).second) _tasks.push_back({{path, std::move(names)}, program.freed});
             }
         }

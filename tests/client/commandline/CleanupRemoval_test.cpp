@@ -127,6 +127,7 @@ TEST_F(CleanupRemoval, ALanguageThatCannotGoEndsIt) {
 TEST_F(CleanupRemoval, LinksToTheFolderAreResolved) {
     ASSERT_EQ(symlink(".", temp.path("link").c_str()), 0);
     EXPECT_EQ(run.run({"languages", temp.path("link"), "--yes", "--remove", "German"}), kExitDone) << run.error();
+    EXPECT_THAT(run.measured, ElementsAre(temp.path())) << "before anything is measured";
     EXPECT_THAT(server.paths, ElementsAre(app("de.lproj")));
     EXPECT_FALSE(isThere(app("de.lproj")));
 }

@@ -280,6 +280,7 @@ TEST(SlimCommand, aFolderNamedByALink) {
     const std::string link = other.path("way");
     ASSERT_EQ(symlink(run.path.c_str(), link.c_str()), 0);
     EXPECT_EQ(run.run({"slim", "--apply", "--yes", link, run.path}), kExitDone) << run.error();
+    EXPECT_EQ(run.measured, (std::vector<std::string>{run.path, run.path})) << "before anything is measured";
     EXPECT_THAT(run.output(), HasSubstr("\n2 programs rewritten, 4.9 KB freed.\n"));
     EXPECT_FALSE(run.isUnchanged());
 }
