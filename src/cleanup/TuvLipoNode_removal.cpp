@@ -3,6 +3,7 @@
 #include "cleanup/TuvLipoNode.h"
 #include "platform/FileAttributes.h"
 #include "platform/OwnershipKeeper.h"
+#include "support/BuiltInTools.h"
 #include "support/DictionaryHelpers.h"
 #include "support/StringHelpers.h"
 
@@ -22,11 +23,20 @@ PropertyList attributesOf(const std::optional<OwnershipKeeper::Ownership>& owner
     return attributes;
 }
 
-void restoreAttributes(const OwnershipKeeper& kept, const std::string& path) {
+// All of them, to be shown.
+PropertyList allAttributesOf(const std::string& path) {
+    PropertyList attributes = allFileAttributesAtPath(path, false);
+    return attributes.isNull() ? PropertyList::Dictionary() : attributes;
+}
+
+// `before`: all attributes of then.
+void restoreAttributes(const OwnershipKeeper& kept, const PropertyList& before, const std::string& path) {
     const PropertyList changes = changesFromDictionary(attributesOf(kept.now()), attributesOf(kept.before()));
     const std::string shown = descriptionInOneLine(changes);
     if (changes.dictionary()->empty()) {
-        TuvLog::info(tuvLipoNodeLog, kSelector, "No changes in permissions [%@] to \"%@\"", shown, path);
+        const PropertyList others = changesFromDictionary(allAttributesOf(path), before);
+        TuvLog::info(tuvLipoNodeLog, kSelector, "No changes in permissions [%@] to \"%@\"",
+                     descriptionInOneLine(others), path);
     } else if (kept.giveBack() == 0) {
         TuvLog::info(tuvLipoNodeLog, kSelector, "Did reset permissions to original [%@] to \"%@\"", shown, path);
     } else {
@@ -44,13 +54,16 @@ void TuvLipoNode::lipoNode(const std::string& path, const std::vector<std::strin
         return;
     }
     const OwnershipKeeper kept(path);
+    const PropertyList attributes = allAttributesOf(path);
     std::vector<std::string> arguments = {path};
     for (const std::string& name : archTypes) arguments.insert(arguments.end(), {"-remove", name});
     arguments.insert(arguments.end(), {"-output", path});
+    // Never by a program of that name: it would go by the path, follow links in it, and tear files with several names
+    // apart.
     registerLipoTool();
-    stringFromTask(kLipoPath, arguments);
+    builtInTool(kLipoPath)(arguments);
     TuvLog::info(tuvLipoNodeLog, kSelector, "Removed [%@] from \"%@\"", names, path);
-    restoreAttributes(kept, path);
+    restoreAttributes(kept, attributes, path);
 }
 
 }  // namespace kavaro

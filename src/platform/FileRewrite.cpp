@@ -158,10 +158,32 @@ bool FileRewrite::createWithName() {
 
 bool FileRewrite::write(std::uint64_t offset, const void* bytes, std::size_t length) {
     errno = writeAll(_new.get(), offset, bytes, length);
+    _end = std::max(_end, offset + length);
     return errno == 0 || failWith("the new file cannot be written");
 }
 
+// Only what takes room on the disk: a file of terabytes may be next to nothing but holes.
 bool FileRewrite::copy(std::uint64_t from, std::uint64_t to, std::uint64_t length) {
+    _end = std::max(_end, to + length);
+    while (length > 0) {
+        const off_t data = lseek(_old.get(), static_cast<off_t>(from), SEEK_DATA);
+        if (data < 0 && errno == ENXIO) return true;
+        // Where the file system does not tell, all of it is data.
+        const std::uint64_t begin = data < 0 ? from : static_cast<std::uint64_t>(data);
+        if (begin - from >= length) return true;
+        const off_t hole = data < 0 ? -1 : lseek(_old.get(), data, SEEK_HOLE);
+        const std::uint64_t left = length - (begin - from);
+        const std::uint64_t size = hole <= data ? left : std::min(left, static_cast<std::uint64_t>(hole) - begin);
+        if (!copyData(begin, to + (begin - from), size)) return false;
+        const std::uint64_t done = begin - from + size;
+        from += done;
+        to += done;
+        length -= done;
+    }
+    return true;
+}
+
+bool FileRewrite::copyData(std::uint64_t from, std::uint64_t to, std::uint64_t length) {
     std::vector<char> piece(static_cast<std::size_t>(std::min<std::uint64_t>(length, kPieceSize)));
     while (length > 0) {
         const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(length, piece.size()));
@@ -174,8 +196,16 @@ bool FileRewrite::copy(std::uint64_t from, std::uint64_t to, std::uint64_t lengt
     return true;
 }
 
+// A hole at the end is not written.
+bool FileRewrite::setLength() {
+    SizeLimitSignal noSignal;
+    struct stat now {};
+    if (fstat(_new.get(), &now) == 0 && static_cast<std::uint64_t>(now.st_size) >= _end) return true;
+    return ftruncate(_new.get(), static_cast<off_t>(_end)) == 0 || failWith("the new file cannot be written");
+}
+
 bool FileRewrite::commit() {
-    if (!keepAttributes()) return false;
+    if (!setLength() || !keepAttributes()) return false;
     if (fsync(_new.get()) != 0) return failWith("the new file cannot be written");
     return isUntouched() && takePlace();
 }

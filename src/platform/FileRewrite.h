@@ -35,7 +35,7 @@ class FileRewrite {
 
     bool create();
     bool write(std::uint64_t offset, const void* bytes, std::size_t length);
-    // Of the first file into the second. What nothing is written to reads as zeros.
+    // Of the first file into the second. Holes stay holes, and what nothing is written to reads as zeros.
     bool copy(std::uint64_t from, std::uint64_t to, std::uint64_t length);
     bool commit();
 
@@ -51,10 +51,13 @@ class FileRewrite {
     bool keepExtendedAttributes();
     bool takePlace();
     bool giveName();
+    bool copyData(std::uint64_t from, std::uint64_t to, std::uint64_t length);
+    bool setLength();
 
     SafePlace _place;
     FileDescriptor _old, _new;
     struct stat _status {};  // of the first file, before it was read
+    std::uint64_t _end = 0;  // of what the second file holds, holes at its end too
     std::string _newName;    // empty while the second file has none
     std::string _reason;
 };

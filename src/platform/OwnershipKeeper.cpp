@@ -57,7 +57,9 @@ bool OwnershipKeeper::mayHave(const Look& now) const {
     const bool isSame = now.deviceMajor == _before.deviceMajor && now.deviceMinor == _before.deviceMinor &&
                         now.inode == _before.inode && now.birth == _before.birth;
     const bool isOurs = now.ownership.owner == geteuid() && now.birth >= _start;
-    return isSame || isOurs;
+    const bool isHarmless =
+        S_ISREG(_before.mode) && _before.links == 1 && (_before.ownership.permissions & (S_ISUID | S_ISGID)) == 0;
+    return isSame || (isOurs && isHarmless);
 }
 
 int OwnershipKeeper::giveBack() const {

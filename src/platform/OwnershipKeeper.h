@@ -26,8 +26,9 @@ class OwnershipKeeper {
     std::optional<Ownership> now() const;
 
     // Gives back what was before, and only to the same file or to one that this process's user made since then: who
-    // may rename entries there could otherwise have files of others given to him, or his own to root. 0, or an errno
-    // value; EPERM for such a file, ELOOP for a link, EMLINK for one with several names.
+    // may rename entries there could otherwise have files of others given to him, or his own to root. Set-ID bits go to
+    // the same file alone. 0, or an errno value; EPERM for such a file, ELOOP for a link, EMLINK for one with several
+    // names.
     int giveBack() const;
 
   private:

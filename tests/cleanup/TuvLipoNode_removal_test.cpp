@@ -76,12 +76,23 @@ class LipoRemovalTest : public testing::Test {
 TEST_F(LipoRemovalTest, RemovesTheNamedOnes) {
     const std::string path = folder.write("tool", universalFile(kFourSlices));
     chmod(path.c_str(), 0751);
+    const std::string oldSize = std::to_string(statusOf(path).st_size);
     TuvLipoNode::lipoNode(path, {"ppc7400", "ppc"});
     EXPECT_EQ(folder.read("tool"), universalFile({kI386, kX86_64}));
     EXPECT_EQ(statusOf(path).st_mode, S_IFREG | 0751u);
     EXPECT_THAT(lines(), ElementsAre("debug [" + path + "] \"ppc7400, ppc\"",
                                      "info Removed [ppc7400, ppc] from \"" + path + "\"",
-                                     "info No changes in permissions [{ }] to \"" + path + "\""));
+                                     testing::MatchesRegex("info No changes in permissions \\[\\{ .*NSFileSize = " +
+                                                           oldSize + "; .*\\}\\] to \".*\"")));
+    EXPECT_THAT(lines().back(), testing::Not(testing::HasSubstr("NSFilePosixPermissions")));
+}
+
+TEST_F(LipoRemovalTest, LinesStandUnderTheOperation) {
+    TuvLipoNode::lipoNode(folder.write("tool", universalFile(kFourSlices)), {"ppc"});
+    for (const LogCapture::Line& line : log.lines()) {
+        EXPECT_EQ(line.component, "TuvLipoNode") << line.text;
+        EXPECT_EQ(line.selector, "lipoNode:archTypes:") << line.text;
+    }
 }
 
 TEST_F(LipoRemovalTest, AnEmptyListIsRefused) {

@@ -292,5 +292,26 @@ TEST_F(TuvLipoNodeTest, SystemFoldersAreLeftOutOnIntel) {
     EXPECT_THAT(lines(), IsEmpty());
 }
 
+TEST_F(TuvLipoNodeTest, LinesStandUnderTheOperations) {
+    use(answeringTool);
+    answer = "architecture ppc\n size 5\n";
+    auto nodes = make<TuvObjectArray>();
+    {
+        auto node = nodeWithTable("/a/f", {{"ppc", "5"}});
+        node->serializeForRemoval(TuvLipoNode::kPowerPC);
+        nodes->addObject(node.get());
+    }
+    TuvLipoNode::shouldIgnoreLipoInfo("/a/TSLicense");
+    TuvLipoNode::lipoInfo("/a/f");
+    TuvLipoNode::filterSystemFolders(nodes.get());
+    nodes = nullptr;
+    std::vector<std::string> selectors;
+    for (const LogCapture::Line& line : log.lines())
+        if (line.component == "TuvLipoNode" && (selectors.empty() || selectors.back() != line.selector))
+            selectors.push_back(line.selector);
+    EXPECT_THAT(selectors, ElementsAre("initWithNode:", "serializeForRemoval:", "shouldIgnoreLipoInfo:",
+                                       "processorArchitecture", "lipoInfo:", "filterSystemFolders:", "~TuvLipoNode"));
+}
+
 }  // namespace
 }  // namespace kavaro

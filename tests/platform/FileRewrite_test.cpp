@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "TempFolder.h"
@@ -65,6 +66,28 @@ TEST_F(FileRewriteTest, GivesNewContent) {
     EXPECT_EQ(folder.read("file"), std::string("new\0\0\0 content", 14));
     EXPECT_THAT(entries(), ElementsAre("file"));
     EXPECT_NE(statusOf(path()).st_ino, inode);
+}
+
+// Terabytes of holes must not become terabytes on the disk.
+TEST_F(FileRewriteTest, HolesStayHoles) {
+    constexpr std::uint64_t kFar = std::uint64_t{1} << 40;
+    folder.write("file", "start");
+    ASSERT_EQ(truncate(path().c_str(), static_cast<off_t>(kFar)), 0);
+    std::ofstream(path(), std::ios::app) << "middle";
+    ASSERT_EQ(truncate(path().c_str(), static_cast<off_t>(kFar + (1 << 20))), 0);
+    FileRewrite file;
+    ASSERT_TRUE(file.open(path()) && file.create() && file.write(0, "new", 3)) << file.reason();
+    ASSERT_TRUE(file.copy(0, 100, kFar + (1 << 20))) << file.reason();
+    ASSERT_TRUE(file.commit()) << file.reason();
+    const struct stat info = statusOf(path());
+    EXPECT_EQ(info.st_size, static_cast<off_t>(kFar + (1 << 20) + 100));
+    EXPECT_LT(info.st_blocks, 1024);
+    std::ifstream stream(path(), std::ios::binary);
+    char bytes[8] = {};
+    EXPECT_TRUE(stream.seekg(100).read(bytes, 6));
+    EXPECT_EQ(std::string(bytes, 6), std::string("start\0", 6));
+    EXPECT_TRUE(stream.seekg(static_cast<off_t>(kFar) + 99).read(bytes, 8));
+    EXPECT_EQ(std::string(bytes, 8), std::string("\0middle\0", 8));
 }
 
 TEST_F(FileRewriteTest, IsGivenUpWithoutATrace) {

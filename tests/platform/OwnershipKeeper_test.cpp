@@ -79,6 +79,17 @@ TEST_F(OwnershipKeeperTest, AFileMadeSinceThenGetsIt) {
     EXPECT_EQ(modeOf(), keepsBirthTimes() ? 0640u : 0777u);
 }
 
+// The content may be somebody else's.
+TEST_F(OwnershipKeeperTest, SetIDBitsGoToTheSameFileAlone) {
+    setMode("file", 04755);
+    const OwnershipKeeper kept(path());
+    _folder.write("new", "y");
+    setMode("new", 0700);
+    move("new", "file");
+    EXPECT_EQ(kept.giveBack(), EPERM);
+    EXPECT_EQ(modeOf(), 0700u);
+}
+
 // Somebody who may rename entries there would have it given what is not its own.
 TEST_F(OwnershipKeeperTest, AFileThatWasThereBeforeGetsNothing) {
     _folder.write("other", "y");
