@@ -90,14 +90,11 @@ void TuvNodeFactory::_moveToTrash(const std::vector<std::string>& paths) {
     NotificationUserInfo userInfo;
     userInfo.errors.emplace();
     TuvLog::info(factoryLog, "_moveToTrash:", "%d nodes", paths.size());
-    {
-        ScanSession::Scope scope(ScanSession::forOneShot({}));
-        for (const std::string& path : paths) {
-            if (path.find(".Trash") != std::string::npos) {
-                TuvLog::info(factoryLog, "_moveToTrash:", "Already in Trash [%@]", path);
-            } else if (const TuvRef<TuvNode> node = _moveToTrash(path, userInfo)) {
-                nodes->addObject(node.get());
-            }
+    for (const std::string& path : paths) {
+        if (path.find(".Trash") != std::string::npos) {
+            TuvLog::info(factoryLog, "_moveToTrash:", "Already in Trash [%@]", path);
+        } else if (const TuvRef<TuvNode> node = _moveToTrash(path, userInfo)) {
+            nodes->addObject(node.get());
         }
     }
     if (nodes->count() > 0) _workspace.noteFileSystemChanged();
@@ -105,6 +102,7 @@ void TuvNodeFactory::_moveToTrash(const std::vector<std::string>& paths) {
 }
 
 TuvRef<TuvNode> TuvNodeFactory::_moveToTrash(const std::string& path, NotificationUserInfo& userInfo) {
+    const ScanSession::Scope scope(ScanSession::forOneShot(path));
     TuvRef<TuvNode> node = TuvDirNode::loadFromPath(path);
     TuvLog::info(factoryLog, "_moveToTrash:userInfo:", "%@", path);
     if (!node) {

@@ -66,8 +66,14 @@ class EngineTest : public testing::Test {
     }
 
     // The engine's threads outlive the test: what they use is never destroyed.
-    FakeClock& clock = *new FakeClock;
-    PostedNotifications& posted = *new PostedNotifications;
+    template <class T>
+    static T& lasting() {
+        static T& instance = *new T;
+        return instance;
+    }
+
+    FakeClock& clock = lasting<FakeClock>();
+    PostedNotifications& posted = lasting<PostedNotifications>();
     TuvNodeFactory::Durations durations{.setUpPause = 0};
     std::shared_ptr<FakeCatalog> fake = std::make_shared<FakeCatalog>();
     std::shared_ptr<GatedCatalog> catalog;

@@ -48,7 +48,7 @@ class TuvNodeFactoryTrash : public EngineTest {
     }
 
     LogCapture log;
-    FakeWorkspace& desktop = *new FakeWorkspace;  // the engine outlives the test
+    FakeWorkspace& desktop = lasting<FakeWorkspace>();
     TempFolder temp;
     ScopedEnvironment _languages{"LC_ALL", "C"};
 };
@@ -173,9 +173,15 @@ TEST_F(TuvNodeFactoryTrash, TheTagDecidesToo) {
 TEST_F(TuvNodeFactoryTrash, AFileOfSomebodyElseIsSaidToBe) {
     const std::string file = temp.write("file", "");
     const std::string ghost = temp.write("ghost", "");
-    if (chown(file.c_str(), 65534, 65534) != 0 || chown(ghost.c_str(), 3999999997, 65534) != 0)
-        GTEST_SKIP() << "root alone gives files away";
     desktop.answer = [](const std::string&) { return FakeWorkspace::Answer{false, -1, ""}; };
+    if (geteuid() != 0) {
+        moveRemotely({"/etc/passwd"});
+        ASSERT_THAT(errors(), SizeIs(1));
+        EXPECT_EQ(errors()[0].reason, "Could not move this file to Trash. The file is owned by user root.");
+        return;
+    }
+    ASSERT_EQ(chown(file.c_str(), 65534, 65534), 0);
+    ASSERT_EQ(chown(ghost.c_str(), 3999999997, 65534), 0);
     moveRemotely({file, ghost});
     ASSERT_THAT(errors(), SizeIs(2));
     EXPECT_EQ(errors()[0].reason, "Could not move this file to Trash. The file is owned by user nobody.");
@@ -192,6 +198,34 @@ TEST_F(TuvNodeFactoryTrash, AFileThatVanishesMeanwhileIsNobodyElses) {
     ASSERT_THAT(errors(), SizeIs(1));
     EXPECT_EQ(errors()[0].reason, "Could not move this file to Trash.");
     EXPECT_TRUE(errors()[0].attributes.isNull());
+}
+
+// Node IDs of an entry are those of its own volume, whatever else is in the call.
+TEST_F(TuvNodeFactoryTrash, EachPathIsLookedAtByItself) {
+    auto& looked = lasting<std::vector<std::string>>();
+    ScanSession::setCatalogFactory([this, &looked](const std::string& path) {
+        looked.push_back(path);
+        return fake;
+    });
+    fake->addFolder("/r", 2);
+    moveRemotely({"/r", "/absent"});
+    EXPECT_THAT(looked, ElementsAre("/r", "/absent"));
+    EXPECT_THAT(nodes(), ElementsAre("/r"));
+    ScanSession::setCatalogFactory({});
+}
+
+TEST_F(TuvNodeFactoryTrash, TheSizeOfTheDataIsLoggedForDebugging) {
+    TuvLog::setDefaultLevel(LogLevel::debug);
+    moveRemotely({temp.write("file", "")});
+    const auto* last = posted.last("TrashFile");
+    ASSERT_TRUE(last && last->data);
+    EXPECT_THAT(lines("_moveToTrashNotification:userInfo:"),
+                ElementsAre(std::to_string(last->data->view().size()) + " bytes"));
+    for (const LogCapture::Line& line : log.lines()) {
+        if (line.selector == "_moveToTrashNotification:userInfo:") {
+            EXPECT_EQ(line.level, LogLevel::debug);
+        }
+    }
 }
 
 TEST_F(TuvNodeFactoryTrash, NoPathsAreANotificationToo) {
