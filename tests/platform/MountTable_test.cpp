@@ -68,7 +68,7 @@ TEST(MountTable, HearsOfWhatIsMountedLater) {
         return findings.text();
     });
     if (text == "refused")
-        std::printf("mounts cannot be made here: nothing was checked\n");
+        GTEST_SKIP() << "mounts cannot be made here";
     else
         EXPECT_EQ(text, "");
 }

@@ -184,7 +184,7 @@ TEST(Removal, RefusesAFolderInWhichAFileSystemIsMounted) {
         return findings.text();
     });
     if (text == "refused")
-        std::printf("mounts cannot be made here: nothing was checked\n");
+        GTEST_SKIP() << "mounts cannot be made here";
     else
         EXPECT_EQ(text, "");
     EXPECT_TRUE(isThere(temp.path("tree/file")));

@@ -52,7 +52,7 @@ class TrashVolumes : public testing::Test {
             return findings.text();
         });
         if (text == kRefused)
-            std::printf("mounts cannot be made here: nothing was checked\n");
+            GTEST_SKIP() << "mounts cannot be made here";
         else
             EXPECT_EQ(text, "");
     }
