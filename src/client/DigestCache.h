@@ -11,8 +11,10 @@
 
 namespace kavaro {
 
-// What tells one state of a file from every other one of it and of other files: a change of the content, also one that
-// puts size and date back, changes the time of the last change of status, which nobody can set.
+// What tells one state of a file from others of it and of other files: a change of the content, also one that puts size
+// and date back, changes the time of the last change of status, which nobody can set. Two things can escape it: what a
+// process stores through a mapping of the file, where that time moves only with the first store into a page that is
+// clean (a file system in memory never cleans one), and a change after the clock was set back.
 struct FileIdentity {
     std::uint64_t device = 0, inode = 0, size = 0;
     std::int64_t modified = 0, changed = 0;  // nanoseconds since 1970
@@ -27,9 +29,10 @@ struct FileIdentity {
 class DigestCache {
   public:
     static constexpr std::size_t kMostRecords = 1'000'000;
-    // A file that was changed so shortly before its digest was made may be changed again within the same tick of the
-    // file system's clock: its record is not kept.
-    static constexpr std::int64_t kUncertainNanoseconds = 2'000'000'000;
+    // A file that was changed so shortly before its digest was made may change again and look the same: within the same
+    // tick of the file system's clock, or through a mapping, until the kernel has written the page to the disk (after
+    // 30 s, looked for every 5 s, unless the system is told otherwise). Its record is not kept.
+    static constexpr std::int64_t kUncertainNanoseconds = 40'000'000'000;
 
     // Empty: nothing is read, nothing kept.
     explicit DigestCache(std::string path) : _path(std::move(path)) {}

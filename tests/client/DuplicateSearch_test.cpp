@@ -318,7 +318,7 @@ class CachedSearchTest : public DuplicateSearchTest {
             _cache.add(*newRecord(1, md5Text(md5Of(bytesOf("1234"))), 0, path),
                        {info.st_dev, info.st_ino, static_cast<std::uint64_t>(info.st_size), nano(info.st_mtim),
                         nano(info.st_ctim)},
-                       nano(info.st_ctim) + 10'000'000'000);
+                       nano(info.st_ctim) + DigestCache::kUncertainNanoseconds);
         }
     }
 };
