@@ -58,19 +58,17 @@ std::string Trash::dateText(double secondsSince1970) {
 }
 
 Trash::Slot& Trash::slot(Kind kind, const Mount* mount) {
-    Slot& slot = _slots[{kind, kind == ofUser ? 0 : mount->id}];
+    Slot& slot = _slots[{kind, kind != ofUser && mount ? mount->id : 0}];
     if (slot.isTried) return slot;
     slot.isTried = true;
-    switch (kind) {
-        case ofUser:
-            slot.folder = TrashFolder::ofUser(&slot.error);
-            break;
-        case sharedOfVolume:
-            slot.folder = TrashFolder::sharedOfVolume(*mount, &slot.error);
-            break;
-        case ownOfVolume:
-            slot.folder = TrashFolder::ownOfVolume(*mount, &slot.error);
-            break;
+    if (kind == ofUser) {
+        slot.folder = TrashFolder::ofUser(&slot.error);
+    } else if (!mount) {
+        slot.error = ENOENT;
+    } else if (kind == sharedOfVolume) {
+        slot.folder = TrashFolder::sharedOfVolume(*mount, &slot.error);
+    } else {
+        slot.folder = TrashFolder::ownOfVolume(*mount, &slot.error);
     }
     return slot;
 }
