@@ -8,7 +8,6 @@
 #include <cmath>
 #include <set>
 
-#include "platform/Clock.h"
 #include "platform/Environment.h"
 #include "platform/FileStatus.h"
 #include "platform/Text.h"
@@ -25,10 +24,6 @@ std::int64_t nanoseconds(const struct timespec& time) {
     return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
 }
 
-std::int64_t nowInNanoseconds() {
-    return std::llround(Clock::system().wallSeconds() * 1e9);
-}
-
 FileIdentity identityOf(const struct stat& info) {
     return {info.st_dev, info.st_ino, static_cast<std::uint64_t>(info.st_size), nanoseconds(info.st_mtim),
             nanoseconds(info.st_ctim)};
@@ -40,11 +35,11 @@ const TuvNode* rootOf(const TuvNode* node) {
 }
 
 // Why there is no digest. The server may have been allowed more than this process is.
-std::string reasonOf(const std::string& path) {
+std::string reasonOf(const std::string& path, bool isKnown, const FileIdentity& identity) {
     struct stat info {};
     if (const int error = fileStatusAtPath(path, &info); error != 0) return errorText(error);
     if (access(path.c_str(), R_OK) != 0) return errorText(errno);
-    return "it changed while it was read";
+    return isKnown && identityOf(info) != identity ? "it changed while it was read" : "it could not be read";
 }
 
 std::set<std::uint32_t> filesIn(const TuvObjectArray* group) {
@@ -90,7 +85,7 @@ const DuplicateSearch::FolderKey& DuplicateSearch::folderOf(const TuvNode* node)
 bool DuplicateSearch::lookAt(TuvNode* node) {
     struct stat info {};
     File file;
-    file.seen = nowInNanoseconds();
+    file.seen = std::llround(_now() * 1e9);
     std::pair<bool, FileKey> key;
     const int error = fileStatusAtPath(pathOf(node), &info);
     if (error == 0) {
@@ -151,11 +146,11 @@ void DuplicateSearch::takeIn(const TuvObjectArray* fresh, DigestCache& cache) {
     for (int i = 0; i < fresh->count(); ++i) {
         const auto* record = TuvNodeMD5Hash::atIndex(fresh, i);
         const std::string path = record->filePath().value_or("");
+        const File& file = _files[record->inode() - 1];
         if (record->md5Hash().empty()) {
-            _undigested.push_back({path, reasonOf(path)});
+            _undigested.push_back({path, reasonOf(path, file.isKnown, file.identity)});
             continue;
         }
-        const File& file = _files[record->inode() - 1];
         struct stat info {};
         if (file.isKnown && fileStatusAtPath(path, &info) == 0 && identityOf(info) == file.identity)
             cache.add(*record, file.identity, file.seen);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <unordered_map>
@@ -10,6 +11,7 @@
 #include "client/DigestCache.h"
 #include "client/Measurement.h"
 #include "model/TuvDirNode.h"
+#include "platform/Clock.h"
 
 namespace kavaro {
 
@@ -46,6 +48,8 @@ class DuplicateSearch {
     DuplicateSearch(const DuplicateSearch&) = delete;
     DuplicateSearch& operator=(const DuplicateSearch&) = delete;
 
+    // Another clock, for tests: seconds since 1970.
+    void setNow(std::function<double()> now) { _now = std::move(now); }
     // Takes over the tree. REQUIRES: there is one.
     void addFolder(TuvRef<TuvDirNode> root) { _roots.push_back(std::move(root)); }
     // Finds files of the same size, and which of their digests the cache knows; null: none.
@@ -83,6 +87,7 @@ class DuplicateSearch {
     const File& fileOf(const TuvNode* node) const { return _files[node->inode() - 1]; }
 
     const std::uint64_t _smallestSize;
+    std::function<double()> _now = [] { return Clock::system().wallSeconds(); };
     std::vector<TuvRef<TuvDirNode>> _roots;
     std::uint64_t _candidates = 0;
     std::vector<File> _files;                                    // by node ID - 1

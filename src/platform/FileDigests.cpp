@@ -20,11 +20,12 @@ class FileReader {
   public:
     int open(const std::string& path) {
         if (path.find('\0') != std::string::npos) return ENOENT;  // there is no such name
-        // What is no regular file must not keep us waiting, nor do anything because it was opened.
-        _file.reset(
-            FolderOpener().open(AT_FDCWD, path, O_RDONLY | O_NONBLOCK | O_NOCTTY, FolderOpener::Rule::followLinks));
-        if (!_file.isOpen() || fstat(_file.get(), &_before) != 0) return errno;
+        // What is no regular file must not keep us waiting, nor do anything because it was opened: it is looked at
+        // before it is opened for reading, and both are the same file.
+        const FileDescriptor place(FolderOpener().open(AT_FDCWD, path, O_PATH, FolderOpener::Rule::followLinks));
+        if (!place.isOpen() || fstat(place.get(), &_before) != 0) return errno;
         if (!S_ISREG(_before.st_mode)) return S_ISDIR(_before.st_mode) ? EISDIR : EINVAL;
+        if (const int error = openForReading(place, path); error != 0) return error;
         _read = 0;
         posix_fadvise(_file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
         posix_fadvise(_file.get(), 0, 0, POSIX_FADV_NOREUSE);
@@ -67,6 +68,19 @@ class FileReader {
     void close() { _file.reset(); }
 
   private:
+    // Through /proc, which leads to the very file; where there is none, by the path once more.
+    int openForReading(const FileDescriptor& place, const std::string& path) {
+        constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY;
+        const FolderOpener opener;
+        const struct stat seen = _before;
+        _file.reset(opener.open(AT_FDCWD, "/proc/self/fd/" + std::to_string(place.get()), kFlags,
+                                FolderOpener::Rule::followLinks));
+        if (!_file.isOpen() && errno == ENOENT)
+            _file.reset(opener.open(AT_FDCWD, path, kFlags, FolderOpener::Rule::followLinks));
+        if (!_file.isOpen() || fstat(_file.get(), &_before) != 0) return errno;
+        return _before.st_dev == seen.st_dev && _before.st_ino == seen.st_ino ? 0 : ESTALE;
+    }
+
     // The disk may fetch the next part while this one, and those of the other files, are worked on.
     void announce() {
         const std::uint64_t left = size() - _read;

@@ -207,6 +207,39 @@ TEST_F(DuplicateSearchTest, FilesWithoutADigestAreTold) {
     EXPECT_EQ(searched.undigested()[0].reason, "No such file or directory");
 }
 
+TEST_F(DuplicateSearchTest, AChangeIsTheReasonOnlyWhereThereIsOne) {
+    for (const char* name : {"a", "b"}) _folder.write(name, "1234");
+    DuplicateSearch searched(1);
+    add(searched, _folder.path());
+    searched.prepare(nullptr);
+    const auto records = TuvNodeMD5Hash::md5HashesFromTuvNodes(searched.nodesToDigest());  // nothing was read
+    _folder.write("b", "12345");
+    searched.finish(records.get(), _cache);
+    std::map<std::string, std::string> reasons;
+    for (const UndigestedFile& file : searched.undigested()) reasons[file.path] = file.reason;
+    EXPECT_THAT(reasons, ElementsAre(testing::Pair(_folder.path("a"), "it could not be read"),
+                                     testing::Pair(_folder.path("b"), "it changed while it was read")));
+}
+
+// The digest of content that the file had after it was looked at: with the status from before, it would be trusted.
+TEST_F(DuplicateSearchTest, WhatChangedAfterItWasLookedAtIsNotKept) {
+    for (const char* name : {"a", "b"}) _folder.write(name, "1234");
+    for (const bool changes : {true, false}) {
+        DigestCache cache(_cacheFolder.path("digests"));
+        DuplicateSearch searched(1);
+        add(searched, _folder.path());
+        searched.setNow([] { return Clock::system().wallSeconds() + 100; });
+        searched.prepare(nullptr);
+        if (changes) {  // another inode: the clock may not have moved on
+            ASSERT_EQ(rename(_cacheFolder.write("new", "5678").c_str(), _folder.path("b").c_str()), 0);
+        }
+        const auto records = TuvNodeMD5Hash::md5HashesFromTuvNodes(searched.nodesToDigest());
+        TuvNodeMD5Hash::loadMD5Hash(records.get());
+        searched.finish(records.get(), cache);
+        EXPECT_EQ(cache.count(), changes ? 1u : 2u) << "old enough";
+    }
+}
+
 // IDs hold within a tree alone: here both folders have files of other contents under the same IDs.
 TEST_F(DuplicateSearchTest, FoldersAreSearchedTogether) {
     _folder.makeFolder("one");
@@ -291,8 +324,7 @@ TEST_F(DuplicateSearchTest, WhatIsMountedTwiceIsNoDuplicate) {
     if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount(_folder.path("d1").c_str(), _folder.path("d2").c_str(), nullptr, MS_BIND, nullptr) != 0 ||
         mount(_folder.path("d1/mounted").c_str(), _folder.path("point").c_str(), nullptr, MS_BIND, nullptr) != 0) {
-        std::printf("mounts cannot be made here: nothing was checked\n");
-        return;
+        GTEST_SKIP() << "mounts cannot be made here";
     }
     EXPECT_THAT(namesOf(search(_folder.path())), IsEmpty());
     link("d1/only", "d1/second");
