@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <random>
+#include <regex>
 
 #include "cleanup/DuplicatesTest.h"
 
@@ -148,6 +149,22 @@ TEST(SizeGroups, TellTheirStepsAtDebugLevel) {
     EXPECT_EQ(own[2], "potential duplicate 2, 9, 000000013, /r/b");
     EXPECT_EQ(own[3], "size change 9 --> 3, 000000014, /r/c");
     EXPECT_TRUE(own[4].starts_with("Found 1 groups with 2 duplicate files from 3 files in "));
+}
+
+// They are logged as numbers of 32 bits, which what reads the logs expects.
+TEST(SizeGroups, LogLargeSizesCut) {
+    auto root = newFolder(1, "/r");
+    addFile(root.get(), newFile(12, "a", 0x1'8000'0000));
+    addFile(root.get(), newFile(13, "b", 0x1'0000'0005));
+    DuplicatesLogs log(LogLevel::debug);
+    root->potentialyDuplicateFiles();
+    EXPECT_TRUE(log->contains("size change 0 --> -2147483648, 000000012, /r/a"));
+    EXPECT_TRUE(log->contains("size change -2147483648 --> 5, 000000013, /r/b"));
+    bool timeIsShown = false;
+    for (const LogCapture::Line& line : log->lines())
+        timeIsShown |= std::regex_match(line.text, std::regex("Found 0 groups with 0 duplicate files from 2 files in "
+                                                              "[ 0-9]{5}[.][0-9]{3} ms"));
+    EXPECT_TRUE(timeIsShown);
 }
 
 TEST(SizeGroups, AreLoggedOnRequest) {

@@ -155,6 +155,49 @@ TEST(HashRecordBytes, LargeArraysAreTold) {
     EXPECT_FALSE(log->contains("large array"));
 }
 
+// "level selector text" of the lines of a class that has one.
+std::vector<std::string> wholeLines(DuplicatesLogs& log) {
+    static constexpr const char* kLevels[] = {"trace", "debug", "info", "error", "off"};
+    std::vector<std::string> lines;
+    for (const LogCapture::Line& line : log->lines())
+        if (line.component == "TuvNodeMD5Hash")
+            lines.push_back(std::string(kLevels[static_cast<int>(line.level)]) + " " + line.selector + " " + line.text);
+    return lines;
+}
+
+TEST(HashRecordBytes, TellTheirStepsAtTheirLevels) {
+    auto records = make<TuvObjectArray>();
+    records->addObject(newRecord(7, kDigest, 1, "/a").get());
+    DuplicatesLogs log(LogLevel::trace);
+    MD5HashHeader header;
+    ByteBuffer data;
+    TuvNodeMD5Hash::serialize_TuvObjectArray(records.get(), &header, data);
+    const std::string writer = "serializeCompact_TuvObjectArray", reader = "deserializeCompact_TuvObjectArray";
+    const std::string record = "trace serialize inode=7, md5Hash=" + std::string(kDigest);
+    EXPECT_THAT(wholeLines(log),
+                ElementsAre("debug " + writer + " 1 objects", record, record, "debug " + writer + " 54 bytes"));
+    log->clear();
+    const auto read = TuvNodeMD5Hash::deserialize_TuvObjectArray(header, data.view());
+    ASSERT_TRUE(read);
+    const std::string text = read->objectAtIndex(0)->description();
+    const std::vector<std::string> lines = wholeLines(log);
+    ASSERT_EQ(lines.size(), 5u);
+    EXPECT_EQ(lines[0], "debug " + reader + " 54 bytes");
+    EXPECT_TRUE(lines[1].starts_with("trace init: inode=\"000000\"")) << lines[1];
+    EXPECT_EQ(lines[2], "trace deserialize 54 bytes");
+    EXPECT_EQ(lines[3], "trace deserialize " + text);
+    EXPECT_EQ(lines[4], "debug " + reader + " 1 items");
+    log->clear();
+    TuvNodeMD5Hash::serialize_TuvObjectArray(nullptr, &header, data);
+    EXPECT_THAT(wholeLines(log),
+                ElementsAre("debug " + writer + " 0 objects", "error " + writer + " Can't serialze 0 objects"));
+    log->clear();
+    EXPECT_FALSE(TuvNodeMD5Hash::deserialize_TuvObjectArray(headerOf(1, 53), data.view()));
+    EXPECT_EQ(wholeLines(log).back(), "error " + reader + " We got 54 bytes, but the header says 53.");
+    EXPECT_FALSE(TuvNodeMD5Hash::deserialize_TuvObjectArray(headerOf(0, 54), data.view()));
+    EXPECT_EQ(wholeLines(log).back(), "error " + reader + " What's the number of items ? We got 54 bytes.");
+}
+
 TEST(HashRecordReader, ChecksTheHeader) {
     const std::string bytes = bytesOfRecord(*newRecord(1, kDigest, 1, "/a"), 0);
     const ByteView data = bytesOf(bytes);

@@ -88,6 +88,16 @@ TEST(MD5, OwnCodeAgreesWithTheLibraryHoweverTheBytesAreCut) {
     }
 }
 
+// The length counts bits, in 64 of them: 5 GiB and 3 bytes are 0xA00000018.
+TEST(MD5, TheTailHoldsALengthBeyond32Bits) {
+    const MD5Tail tail(bytesOf("abc"), (5ull << 30) + 3);
+    ASSERT_EQ(tail.blocks, 1u);
+    std::string wanted = "abc\x80";
+    wanted.resize(56);
+    wanted += std::string("\x18\0\0\0\x0a\0\0\0", 8);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(tail.bytes), kMD5BlockBytes), wanted);
+}
+
 TEST(MD5, EveryKernelOfTheProcessorAgreesWithTheLibrary) {
     const std::vector<MD5Kernel> kernels = md5KernelsOfProcessor();
     ASSERT_GE(kernels.size(), 3u);
