@@ -50,13 +50,20 @@ DigestResult digestFiles(const TuvObjectArray* nodes, MeasurementSource& source,
     done.totalBytes = nodes->logicalSize();
     done.totalFiles = static_cast<std::uint64_t>(nodes->count());
     const double begin = Clock::system().monotonicSeconds();
+    const auto tell = [&] {
+        done.waited = Clock::system().monotonicSeconds() - begin - done.seconds;
+        if (progress) progress(done);
+    };
+    const auto tellAndAsk = [&] {
+        tell();
+        return interrupted();
+    };
     const TuvRef<TuvObjectArray> chunks = chunksOf(nodes);
     for (int i = 0; i < chunks->count(); ++i) {
         const auto* chunk = chunks->arrayAtIndex(i);
-        if (progress) progress(done);
+        tell();
         const TuvRef<TuvObjectArray> asked = TuvNodeMD5Hash::md5HashesFromTuvNodes(chunk);
-        const CommandReply reply =
-            source.command("fileDuplicatesHeader", hashRecordArguments(asked.get()), interrupted);
+        const CommandReply reply = source.command("fileDuplicatesHeader", hashRecordArguments(asked.get()), tellAndAsk);
         result.interrupted = reply.interrupted;
         result.failure = reply.failure;
         if (!reply.ok()) break;
@@ -70,6 +77,7 @@ DigestResult digestFiles(const TuvObjectArray* nodes, MeasurementSource& source,
         done.files += static_cast<std::uint64_t>(chunk->count());
         done.seconds = Clock::system().monotonicSeconds() - begin;
     }
+    tell();
     return result;
 }
 

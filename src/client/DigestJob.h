@@ -13,7 +13,8 @@ namespace kavaro {
 struct DigestProgress {
     std::uint64_t bytes = 0, totalBytes = 0;
     std::uint64_t files = 0, totalFiles = 0;
-    double seconds = 0;
+    double seconds = 0;  // that they took
+    double waited = 0;   // seconds since then, for files that are still read
 };
 
 struct DigestResult {
@@ -27,7 +28,8 @@ struct DigestResult {
 // files of kDigestChunkBytes together, or one that is as large, and kDigestChunkFiles at most.
 constexpr int kDigestChunkBytes = 256 << 20;
 constexpr int kDigestChunkFiles = 1000;
-// Main thread. `nodes` are files, each of its own node ID.
+// Main thread. `nodes` are files, each of its own node ID. `progress` is called when files are done, and while they are
+// waited for.
 DigestResult digestFiles(const TuvObjectArray* nodes, MeasurementSource& source,
                          const std::function<void(const DigestProgress&)>& progress,
                          const std::function<bool()>& interrupted);

@@ -74,12 +74,17 @@ TEST(DigestJob, AsksInChunksOfBytesAndOfFiles) {
         const TuvNodeMD5Hash* record = recordAt(result.records.get(), i);
         EXPECT_EQ(record->md5Hash(), std::to_string(record->inode()));
     }
-    ASSERT_EQ(progress.size(), 6u);
+    // Before each of the six calls, once while it lasts, and at the end.
+    ASSERT_EQ(progress.size(), 13u);
     EXPECT_EQ(progress[0].bytes, 0u);
+    EXPECT_EQ(progress[1].bytes, 0u);
+    EXPECT_GE(progress[1].waited, 0);
     EXPECT_EQ(progress[0].totalBytes, nodes->logicalSize());
-    EXPECT_EQ(progress[3].bytes, 4 * kChunk + (5ull << 30));
-    EXPECT_EQ(progress[3].files, 3u);
-    EXPECT_EQ(progress[5].totalFiles, 8u);
+    EXPECT_EQ(progress[6].bytes, 4 * kChunk + (5ull << 30));
+    EXPECT_EQ(progress[6].files, 3u);
+    EXPECT_EQ(progress[10].totalFiles, 8u);
+    EXPECT_EQ(progress[12].bytes, nodes->logicalSize());
+    EXPECT_EQ(progress[12].files, 8u);
 }
 
 TEST(DigestJob, SmallFilesAreAskedForInNumbers) {

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "client/commandline/Output.h"
@@ -33,15 +34,19 @@ std::string clockText(double seconds) {
     return start + ":" + twoDigits(whole % 60);
 }
 
-// "1.2 GB of 3.4 GB compared, 1.1 GB/s, 0:02 left"; the rate and what follows from it once something has been done.
+// "1.2 GB of 3.4 GB compared, 1.1 GB/s, 0:02 left"; the rate and what follows from it once something has been done, and
+// until then for how long it has been at work.
 std::string digestText(const DigestProgress& progress) {
     constexpr double kLongest = 100 * 3600;  // seconds; more is no estimate
     std::string line =
         compactStringFromSize(progress.bytes) + " of " + compactStringFromSize(progress.totalBytes) + " compared";
-    if (progress.bytes == 0 || progress.seconds <= 0) return line;
+    constexpr double kUnnoticed = 1;  // seconds
+    if (progress.bytes == 0 || progress.seconds <= 0)
+        return progress.waited < kUnnoticed ? line : line + ", " + clockText(progress.waited) + " so far";
     const double rate = static_cast<double>(progress.bytes) / progress.seconds;
     line += ", " + compactStringFromSize(static_cast<std::uint64_t>(rate)) + "/s";
-    const double left = static_cast<double>(progress.totalBytes - progress.bytes) / rate;
+    const double all = static_cast<double>(progress.totalBytes - progress.bytes) / rate;
+    const double left = std::max(0.0, all - progress.waited);
     return left < kLongest ? line + ", " + clockText(left) + " left" : line;
 }
 

@@ -103,11 +103,12 @@ TEST(LiveLine, isNeverWiderThanTheTerminal) {
     }
 }
 
-DigestProgress digestsOf(std::uint64_t bytes, std::uint64_t total, double seconds) {
+DigestProgress digestsOf(std::uint64_t bytes, std::uint64_t total, double seconds, double waited = 0) {
     DigestProgress progress;
     progress.bytes = bytes;
     progress.totalBytes = total;
     progress.seconds = seconds;
+    progress.waited = waited;
     return progress;
 }
 
@@ -118,6 +119,10 @@ TEST(LiveLine, tellsHowFarTheDigestsAre) {
         {digestsOf(gigabyte, 3 * gigabyte, 0.5), "1.0 GB of 3.0 GB compared, 2.0 GB/s, 0:01 left"},
         {digestsOf(gigabyte, 3 * gigabyte, 150), "1.0 GB of 3.0 GB compared, 6.8 MB/s, 5:00 left"},
         {digestsOf(gigabyte, 2 * gigabyte, 7384), "1.0 GB of 2.0 GB compared, 142.0 KB/s, 2:03:04 left"},
+        {digestsOf(0, 3 * gigabyte, 0, 0.9), "0 bytes of 3.0 GB compared"},
+        {digestsOf(0, 3 * gigabyte, 0, 65), "0 bytes of 3.0 GB compared, 1:05 so far"},
+        {digestsOf(gigabyte, 3 * gigabyte, 150, 60), "1.0 GB of 3.0 GB compared, 6.8 MB/s, 4:00 left"},
+        {digestsOf(gigabyte, 3 * gigabyte, 150, 600), "1.0 GB of 3.0 GB compared, 6.8 MB/s, 0:00 left"},
         {digestsOf(1, 3 * gigabyte, 1), "1 byte of 3.0 GB compared, 1 byte/s"},
         {digestsOf(7, 7, 1), "7 bytes of 7 bytes compared, 7 bytes/s, 0:00 left"},
     };
