@@ -16,18 +16,6 @@ namespace kavaro {
 
 namespace {
 
-int writeAll(int fd, std::string_view content) {
-    while (!content.empty()) {
-        ssize_t written = write(fd, content.data(), content.size());
-        if (written < 0) {
-            if (errno == EINTR) continue;
-            return errno;
-        }
-        content.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return 0;
-}
-
 // Brings the folder's entries to the disk. Some file systems cannot: then there is nothing to wait for.
 void syncFolder(const std::string& path) {
     int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -56,6 +44,18 @@ int readAtMost(int fd, std::size_t limit, std::string* content) {
 }
 
 }  // namespace
+
+int writeWhole(int fd, std::string_view content) {
+    while (!content.empty()) {
+        ssize_t written = write(fd, content.data(), content.size());
+        if (written < 0) {
+            if (errno == EINTR) continue;
+            return errno;
+        }
+        content.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return 0;
+}
 
 int readWholeFile(int fd, std::string* content) {
     return readAtMost(fd, std::numeric_limits<std::size_t>::max(), content);
@@ -87,7 +87,7 @@ int replaceFile(const std::string& path, std::string_view content) {
     std::string temporary = stringByAppendingPathComponent(folder, "." + lastPathComponent(path) + ".XXXXXX");
     int fd = mkostemp(temporary.data(), O_CLOEXEC);  // 0600
     if (fd < 0) return errno;
-    int error = writeAll(fd, content);
+    int error = writeWhole(fd, content);
     if (error == 0 && fsync(fd) != 0) error = errno;
     if (close(fd) != 0 && error == 0) error = errno;
     if (error == 0 && rename(temporary.c_str(), path.c_str()) != 0) error = errno;

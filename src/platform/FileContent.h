@@ -12,6 +12,8 @@ namespace kavaro {
 int readWholeFile(int fd, std::string* content);
 // The same for a path of any length; links are followed, nothing is waited for. EFBIG for more than `limit` bytes.
 int readFileAtPath(const std::string& path, std::size_t limit, std::string* content);
+// Writes all of it at the place where the open file stands. What was written before an error stays.
+int writeWhole(int fd, std::string_view content);
 // Makes a folder and what is missing above it, for this user alone (0700).
 int makePrivateFolder(const std::string& path);
 // Puts a file (0600) in the place of `path` at once: whoever opens it sees the old content or the whole new one, also

@@ -44,18 +44,6 @@ int openTop(const Mount& mount, FileDescriptor* top) {
     return status.mount == mount.id ? 0 : EXDEV;
 }
 
-int writeAll(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = write(fd, text.data(), text.size());
-        if (written >= 0) {
-            text.remove_prefix(static_cast<std::size_t>(written));
-        } else if (errno != EINTR) {
-            return errno;
-        }
-    }
-    return 0;
-}
-
 int renameWithoutReplacing(int from, const char* name, int to, const char* newName) {
     if (renameat2(from, name, to, newName, RENAME_NOREPLACE) == 0) return 0;
     if (errno != EINVAL && errno != ENOSYS) return errno;
@@ -163,7 +151,7 @@ int TrashFolder::reserve(const std::string& name, const std::string& info) {
     const FileDescriptor fd(
         openat(_info.get(), file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!fd.isOpen()) return errno;
-    const int error = writeAll(fd.get(), info);
+    const int error = writeWhole(fd.get(), info);
     if (error != 0) unlinkat(_info.get(), file.c_str(), 0);
     return error;
 }
