@@ -24,13 +24,13 @@ void syncFolder(const std::string& path) {
     close(fd);
 }
 
-int readAtMost(int fd, std::size_t limit, std::string* content) {
+// Until the end or until `piece` gives an error.
+int readPieces(int fd, const std::function<int(std::string_view)>& piece) {
     struct stat info {};
     if (fstat(fd, &info) != 0) return errno;
     if (S_ISDIR(info.st_mode)) return EISDIR;
     if (!S_ISREG(info.st_mode)) return EINVAL;
-    content->clear();
-    char buffer[16384];
+    char buffer[65536];
     while (true) {
         ssize_t length = ::read(fd, buffer, sizeof buffer);
         if (length == 0) return 0;
@@ -38,9 +38,27 @@ int readAtMost(int fd, std::size_t limit, std::string* content) {
             if (errno == EINTR) continue;
             return errno;
         }
-        if (static_cast<std::size_t>(length) > limit - content->size()) return EFBIG;
-        content->append(buffer, static_cast<std::size_t>(length));
+        if (const int error = piece({buffer, static_cast<std::size_t>(length)})) return error;
     }
+}
+
+int readAtMost(int fd, std::size_t limit, std::string* content) {
+    content->clear();
+    return readPieces(fd, [&](std::string_view piece) {
+        if (piece.size() > limit - content->size()) return EFBIG;
+        content->append(piece);
+        return 0;
+    });
+}
+
+// Negative, with errno, for a path that cannot be opened.
+int openForReading(const std::string& path) {
+    if (path.find('\0') != std::string::npos) {
+        errno = ENOENT;
+        return -1;
+    }
+    constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    return FolderOpener().open(AT_FDCWD, path, kFlags, FolderOpener::Rule::followLinks);
 }
 
 }  // namespace
@@ -62,11 +80,20 @@ int readWholeFile(int fd, std::string* content) {
 }
 
 int readFileAtPath(const std::string& path, std::size_t limit, std::string* content) {
-    if (path.find('\0') != std::string::npos) return ENOENT;
-    constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    const int fd = FolderOpener().open(AT_FDCWD, path, kFlags, FolderOpener::Rule::followLinks);
+    const int fd = openForReading(path);
     if (fd < 0) return errno;
     const int error = readAtMost(fd, limit, content);
+    close(fd);
+    return error;
+}
+
+int readFileInPieces(const std::string& path, const std::function<void(std::string_view)>& piece) {
+    const int fd = openForReading(path);
+    if (fd < 0) return errno;
+    const int error = readPieces(fd, [&](std::string_view part) {
+        piece(part);
+        return 0;
+    });
     close(fd);
     return error;
 }

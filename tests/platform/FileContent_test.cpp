@@ -31,6 +31,26 @@ TEST(FileContent, OneByteTooManyIsRefused) {
     EXPECT_EQ(readFileAtPath("/proc/self/maps", 1, &content), EFBIG);
 }
 
+TEST(FileContent, AFileInPieces) {
+    TempFolder temp;
+    std::string text;
+    for (int line = 0; line < 50000; ++line) text += std::to_string(line) + "\n";
+    std::string content;
+    int pieces = 0;
+    const auto take = [&](std::string_view piece) {
+        content += piece;
+        ++pieces;
+    };
+    EXPECT_EQ(readFileInPieces(temp.write("file", text), take), 0);
+    EXPECT_EQ(content, text);
+    EXPECT_GT(pieces, 1);
+    pieces = 0;
+    EXPECT_EQ(readFileInPieces(temp.write("empty", ""), take), 0);
+    EXPECT_EQ(readFileInPieces(temp.path("missing"), take), ENOENT);
+    EXPECT_EQ(readFileInPieces("/dev/zero", take), EINVAL);
+    EXPECT_EQ(pieces, 0);
+}
+
 // None of these is waited for.
 TEST(FileContent, WhatIsNoRegularFileIsRefused) {
     TempFolder temp;
