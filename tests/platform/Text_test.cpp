@@ -88,6 +88,31 @@ TEST(Text, IgnoringCaseIsAnOrder) {
     }
 }
 
+TEST(Text, AnEqualStartLeavesTheOrder) {
+    const std::string_view tails[] = {"",
+                                      "a",
+                                      "B",
+                                      "b",
+                                      "ab",
+                                      "\u00e9",
+                                      "\u00c9t",
+                                      "\xff",
+                                      "ss",
+                                      "\u00df",
+                                      "\u212a",
+                                      "k",
+                                      "/longer than a word/x",
+                                      "/Longer than a word/Y"};
+    for (std::size_t length = 0; length < 40; ++length) {
+        const std::string start = std::string("/Some/Folder/with a rather long name/of it/").substr(0, length);
+        for (std::string_view a : tails)
+            for (std::string_view b : tails)
+                ASSERT_EQ(sign(caseInsensitiveCompare(start + std::string(a), start + std::string(b))),
+                          sign(caseInsensitiveCompare(a, b)))
+                    << length << printable(a) << " " << printable(b);
+    }
+}
+
 struct Found {
     std::size_t position, length;
     bool operator==(const Found&) const = default;
