@@ -1,5 +1,6 @@
 #include "server/TuvNodeFactoryServer.h"
 
+#include "fsevents/TuvFSEvents.h"
 #include "platform/UserDefaults.h"
 #include "server/ServerLog.h"
 #include "support/Backtrace.h"
@@ -166,8 +167,7 @@ void TuvNodeFactoryServer::leaveBus() {
 
 void TuvNodeFactoryServer::runServer() {
     configureServer();
-    if (startFSEvents())
-        TuvLog::error(serverLog, "runServer", "This build has no file-system event listener; it is not started.");
+    if (startFSEvents()) TuvFSEvents::startFSEvents();
     TuvLog::info(serverLog, "runServer", "Running server ...");
     while (RunLoop::main().run(_surroundings.durations.runSlice)) {
         if (_stopServer || Tuv_caughtSignal()) break;

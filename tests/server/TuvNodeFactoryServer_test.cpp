@@ -7,6 +7,7 @@
 #include <set>
 #include <sstream>
 
+#include "fsevents/TuvFSEvents.h"
 #include "platform/UserDefaults.h"
 #include "server/ClientProcess.h"
 #include "server/ServerTest.h"
@@ -145,6 +146,70 @@ TEST_F(ServerTest, WithFileSystemEventsItWaitsForTwentyTimers) {
     EXPECT_EQ(made->timerCount(), 21);
     made->_checkForUpdatesByTimer(made->timer());
     EXPECT_TRUE(_log.contains("can't get to the other side"));
+}
+
+// Without rights, or whatever else keeps the listener from its volume, the server works as always.
+TEST_F(ServerTest, StartsTheListenerAndGoesOnWithoutIt) {
+    UserDefaults::standard().setArguments({"-startFSEvents", "YES", "-fsEventsVolume", "/some volume"});
+    TuvFSEvents::Surroundings events;
+    events.openDevice = [](const std::string& volume, EventDevice::Problem* problem) {
+        problem->text = "no rights for " + volume;
+        return nullptr;
+    };
+    TuvFSEvents::setSurroundings(events);
+    TuvNodeFactoryServer* made = server();
+    RunLoop::main().stop();
+    made->runServer();
+    while (!_log.contains("completed")) std::this_thread::yield();
+    EXPECT_EQ(_log.count(LogLevel::error, "no rights for /some volume"), 1);
+    EXPECT_EQ(_log.count(LogLevel::error, "This code needs to run as administrator ..."), 1);
+    EXPECT_EQ(TuvFSEvents::sharedFSEvents()->isListening(), 0);
+    EXPECT_EQ(_log.count(LogLevel::info, "Running server ..."), 1);
+    EXPECT_EQ(_log.count(LogLevel::info, "Server has been terminated properly"), 1);
+}
+
+// A volume on which nothing happens.
+class QuietVolume : public EventDevice {
+  public:
+    int read(std::uint8_t*, int, double) override {
+        std::this_thread::yield();
+        return 0;
+    }
+    std::uint32_t device() const override { return 1; }
+    bool isGone() const override { return false; }
+    int overflows() const override { return 0; }
+};
+
+// A whole life without a client: the timers fire by themselves.
+TEST_F(ServerTest, StaysForTwentyTimersWhenItListens) {
+    UserDefaults::standard().setArguments({"-startFSEvents", "YES"});
+    TuvFSEvents::Surroundings events;
+    events.openDevice = [](const std::string&, EventDevice::Problem*) { return std::make_unique<QuietVolume>(); };
+    TuvFSEvents::setSurroundings(events);
+    _surroundings.durations.liveness = 0.01;
+    use();
+    TuvNodeFactoryServer* made = server();
+    made->runServer();
+    EXPECT_EQ(made->timerCount(), 21);
+    for (int count = 2; count <= 21; ++count)
+        EXPECT_EQ(_log.count("try (" + std::to_string(count) + ") to get proxy to server"), 1) << count;
+    EXPECT_EQ(_log.count("can't get to the other side"), 1);
+    EXPECT_EQ(_log.count("listening ...."), 1);
+    EXPECT_EQ(TuvFSEvents::sharedFSEvents()->isListening(), 1);
+}
+
+TEST_F(ServerTest, NeverListensUnasked) {
+    TuvFSEvents::Surroundings events;
+    events.openDevice = [](const std::string&, EventDevice::Problem*) -> std::unique_ptr<EventDevice> {
+        ADD_FAILURE() << "listens";
+        return nullptr;
+    };
+    TuvFSEvents::setSurroundings(events);
+    TuvNodeFactoryServer* made = server();
+    RunLoop::main().stop();
+    made->runServer();
+    EXPECT_EQ(_log.count("already listening"), 0);
+    EXPECT_EQ(TuvFSEvents::sharedFSEvents()->eventLock(), nullptr);
 }
 
 class ServerWithClientTest : public ServerTest {
