@@ -34,7 +34,7 @@ const std::map<std::string, Rooms, std::less<>>& edges() {
             {"server", upToServer},
             {"client", {"platform", "support", "model", "filters", "format", "cleanup"}},
             {"client/commandline",
-             {"platform", "support", "model", "filters", "format", "cleanup", "client", "factory"}},
+             {"platform", "support", "model", "fsevents", "filters", "format", "cleanup", "client", "factory"}},
         };
     }();
     return table;

@@ -87,6 +87,7 @@ TEST(Rooms, theClientNeverReachesTheServersSide) {
     }
     EXPECT_TRUE(mayInclude("client/commandline", "client"));
     EXPECT_TRUE(mayInclude("client/commandline", "factory"));
+    EXPECT_TRUE(mayInclude("client/commandline", "fsevents"));
     EXPECT_FALSE(mayInclude("client/commandline", "scan"));
     EXPECT_FALSE(mayInclude("client/commandline", "server"));
     EXPECT_FALSE(mayInclude("server", "client"));

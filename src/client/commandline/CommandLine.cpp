@@ -72,6 +72,17 @@ std::string checkSize(std::string& text) {
     return {};
 }
 
+// A length of time that is worth waiting for, up to a year.
+std::string checkSeconds(std::string& text) {
+    const bool isDigits = !text.empty() && text.size() <= 12 && text != "." &&
+                          text.find_first_not_of("0123456789.") == std::string::npos &&
+                          std::count(text.begin(), text.end(), '.') <= 1;
+    double seconds = 0;
+    if (isDigits) std::istringstream(text) >> seconds;
+    if (seconds >= 0.01 && seconds <= 366.0 * 86400) return {};
+    return "\"" + printable(text) + "\" is not a number of seconds from 0.01 up";
+}
+
 std::string oneOf(const std::vector<std::string>& words, const std::string& text) {
     if (std::find(words.begin(), words.end(), text) != words.end()) return {};
     std::string known;
@@ -90,6 +101,10 @@ std::string checkBus(std::string& text) {
 std::string checkDomain(std::string& text) {
     if (!text.empty() && text != "." && text != ".." && text.find('/') == std::string::npos) return {};
     return "\"" + printable(text) + "\" is no name of a domain";
+}
+
+std::string checkPath(std::string& text) {
+    return text.empty() ? "a path is not empty" : "";
 }
 
 std::string checkKey(std::string& text) {
@@ -129,6 +144,7 @@ CommandLine::CommandLine() : _app("Shows how folders use the disk.", "kavaro") {
     addSlim();
     addTrash();
     addDuplicates();
+    addEvents();
     addServerCommands();
     addDefaults();
 }
@@ -355,6 +371,47 @@ void CommandLine::addDuplicates() {
     command->add_flag("--errors", duplicates.errors,
                       "List the folders and files that could not be read, with the reason");
     addMeasuring(*command, duplicates);
+}
+
+void CommandLine::addEvents() {
+    EventsOptions& events = _parsed.events;
+    CLI::App* group = addCommand(_app, "events", "Follow, record and replay changes of a file system",
+                                 "  kavaro events watch\n"
+                                 "  kavaro events record --output changes.txt --for 60");
+    group->require_subcommand(0, 1);
+    CLI::App* record = addCommand(*group, "record", "Record every change of a volume (needs administrator rights)",
+                                  "  kavaro events record --output changes.txt\n"
+                                  "  kavaro events record --volume /srv --for 60 > changes.txt");
+    CLI::App* replay =
+        addCommand(*group, "replay", "Show the batches of a recording, before and after changes are put together",
+                   "  kavaro events replay changes.txt");
+    CLI::App* watch =
+        addCommand(*group, "watch", "Show changes of a volume as they settle (needs administrator rights)",
+                   "  kavaro events watch --volume /home\n"
+                   "  kavaro events watch --json --every 5");
+    for (CLI::App* command : {record, watch}) {
+        CLI::Option* volume = command->add_option(
+            "--volume", events.volume,
+            "A folder; the whole file system that it is on is followed (default: the setting fsEventsVolume, else /)");
+        volume->type_name("PATH")->check(check(checkPath));
+        hint(volume, CompletionHint::Kind::folder);
+    }
+    CLI::Option* output =
+        record->add_option("--output", events.output, "Write to this file instead of standard output");
+    output->type_name("FILE")->check(check(checkPath));
+    hint(output, CompletionHint::Kind::file);
+    record->add_option("--for", events.seconds, "End after so many seconds instead of when interrupted")
+        ->type_name("SECONDS")
+        ->check(check(checkSeconds));
+    CLI::Option* file = replay->add_option("FILE", events.file, "The recording");
+    file->type_name("")->required()->check(check(checkPath));
+    hint(file, CompletionHint::Kind::file);
+    watch->add_flag("--json", events.json, "Write JSON, one object a line");
+    watch
+        ->add_option("--every", events.every,
+                     "Put together what happens to an entry within so many seconds (default 1)")
+        ->type_name("SECONDS")
+        ->check(check(checkSeconds));
 }
 
 void CommandLine::addServerCommands() {

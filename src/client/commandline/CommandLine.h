@@ -71,6 +71,16 @@ struct DuplicatesOptions : MeasureOptions {
     bool errors = false;
 };
 
+// Of the commands about changes of the file system.
+struct EventsOptions {
+    std::string volume;  // empty: the setting, else "/"
+    std::string output;  // record; empty: standard output
+    std::string file;    // replay
+    double seconds = 0;  // record: how long, 0 for until it is interrupted
+    double every = 1;    // watch
+    bool json = false;
+};
+
 // What the arguments ask for.
 struct ParsedCommand {
     enum class Kind {
@@ -83,6 +93,9 @@ struct ParsedCommand {
         slim,
         trash,
         duplicates,
+        eventsRecord,
+        eventsReplay,
+        eventsWatch,
         stop,
         version,
         defaultsRead,
@@ -98,6 +111,7 @@ struct ParsedCommand {
     SlimOptions slim;
     TrashOptions trash;
     DuplicatesOptions duplicates;
+    EventsOptions events;
     std::string bus = "session";     // stop, version
     std::string domain, key, value;  // defaults; an empty key means all of them
     std::string format;              // generate
@@ -136,6 +150,7 @@ class CommandLine {
     void addSlim();
     void addTrash();
     void addDuplicates();
+    void addEvents();
     void addServerCommands();
     void addDefaults();
     CLI::App* addCommand(CLI::App& parent, const char* name, const char* description, const char* examples);

@@ -46,6 +46,12 @@ int runCommandLine(const std::vector<std::string>& arguments, const CommandConte
             return runTrash(command.trash, context);
         case ParsedCommand::Kind::duplicates:
             return runDuplicates(command.duplicates, context);
+        case ParsedCommand::Kind::eventsRecord:
+            return runEventsRecord(command.events, context);
+        case ParsedCommand::Kind::eventsReplay:
+            return runEventsReplay(command.events, context);
+        case ParsedCommand::Kind::eventsWatch:
+            return runEventsWatch(command.events, context);
         case ParsedCommand::Kind::stop:
             return runStop(command.bus, context);
         case ParsedCommand::Kind::version:

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "client/commandline/Sources.h"
+#include "fsevents/EventDevice.h"
 #include "platform/Clock.h"
 
 namespace kavaro {
@@ -29,6 +30,7 @@ struct CommandContext {
     std::function<std::unique_ptr<MeasurementSource>(const RemoteOptions&)> remoteSource;
     std::function<std::unique_ptr<MeasurementSource>()> embeddedSource;
     std::function<std::unique_ptr<ServerControl>(const RemoteOptions&)> serverControl;
+    EventDevice::Open openEventDevice;
 };
 
 // Does what the arguments (without the program's name) say. Returns the exit code.

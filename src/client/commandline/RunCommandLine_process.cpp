@@ -7,6 +7,7 @@
 
 #include "client/commandline/Color.h"
 #include "client/commandline/RunCommandLine.h"
+#include "fsevents/VolumeEventDevice.h"
 #include "platform/Environment.h"
 #include "platform/Localization.h"
 #include "platform/RunLoop.h"
@@ -85,6 +86,7 @@ int runCommandLine(int argc, char** argv) {
     context.remoteSource = makeRemoteSource;
     context.embeddedSource = makeEmbeddedSource;
     context.serverControl = makeServerControl;
+    context.openEventDevice = VolumeEventDevice::open;
     return runCommandLine(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc), context);
 }
 

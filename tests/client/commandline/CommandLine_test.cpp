@@ -156,6 +156,35 @@ TEST(CommandLine, slim) {
               "no folder given. Name at least one, for example: kavaro slim /srv/apps. See \"kavaro slim --help\".");
 }
 
+TEST(CommandLine, events) {
+    const ParsedCommand watch = parse({"events", "watch"});
+    ASSERT_EQ(watch.kind, Kind::eventsWatch) << watch.text;
+    EXPECT_EQ(watch.events.volume, "");
+    EXPECT_EQ(watch.events.every, 1);
+    EXPECT_FALSE(watch.events.json);
+    const ParsedCommand json = parse({"events", "watch", "--json", "--every", "0.5", "--volume", "/srv"});
+    ASSERT_EQ(json.kind, Kind::eventsWatch) << json.text;
+    EXPECT_EQ(json.events.volume, "/srv");
+    EXPECT_EQ(json.events.every, 0.5);
+    EXPECT_TRUE(json.events.json);
+    const ParsedCommand record = parse({"events", "record", "--for", "60", "--output", "a b"});
+    ASSERT_EQ(record.kind, Kind::eventsRecord) << record.text;
+    EXPECT_EQ(record.events.seconds, 60);
+    EXPECT_EQ(record.events.output, "a b");
+    const ParsedCommand replay = parse({"events", "replay", "file"});
+    ASSERT_EQ(replay.kind, Kind::eventsReplay) << replay.text;
+    EXPECT_EQ(replay.events.file, "file");
+    EXPECT_EQ(parse({"events", "watch", "--every", "0"}).text,
+              "--every: \"0\" is not a number of seconds from 0.01 up. See \"kavaro events watch --help\".");
+    for (const Words& arguments :
+         {Words{"events"}, Words{"events", "nonsense"}, Words{"events", "replay"}, Words{"events", "replay", ""},
+          Words{"events", "replay", "a", "b"}, Words{"events", "record", "--for", "x"},
+          Words{"events", "record", "--for", "1e5"}, Words{"events", "record", "--for", "99999999999"},
+          Words{"events", "record", "--json"}, Words{"events", "watch", "--output", "x"},
+          Words{"events", "watch", "--volume", ""}, Words{"events", "watch", "/srv"}})
+        EXPECT_EQ(parse(arguments).kind, Kind::wrong) << arguments.back();
+}
+
 TEST(CommandLine, languagesAndNibs) {
     const ParsedCommand plain = parse({"languages", "/srv"});
     ASSERT_EQ(plain.kind, Kind::languages) << plain.text;
@@ -240,8 +269,9 @@ TEST(CommandLine, wrongUsageSaysWhatAndWhere) {
 }
 
 TEST(CommandLine, helpOnEverythingWithAnExample) {
-    for (const std::string command : {"", "size", "find", "languages", "nibs", "slim", "stop", "version", "defaults",
-                                      "defaults read", "defaults write", "defaults delete"}) {
+    for (const std::string command :
+         {"", "size", "find", "languages", "nibs", "slim", "events", "events record", "events replay", "events watch",
+          "stop", "version", "defaults", "defaults read", "defaults write", "defaults delete"}) {
         for (const char* flag : {"-h", "--help"}) {
             Words arguments;
             std::istringstream words(command);

@@ -64,11 +64,12 @@ TEST(Generate, manPageTellsEverything) {
     TempFolder folder;
     const std::string page = folder.write("kavaro.1", generateManPage(CommandLine()));
     const std::string text = run({"groff", "-man", "-Kutf8", "-Tascii", "-P-cbou", page}).output;
-    for (const char* part : {"NAME", "kavaro - shows", "kavaro size [OPTIONS] FOLDER...", "--depth N",
-                             "--export ncdu [FILE]", "kavaro defaults write [OPTIONS] DOMAIN KEY VALUE", "-h, --help",
-                             "EXIT STATUS", "130", "kavaro find [OPTIONS] FOLDER...", "-0, --null",
-                             "kavaro languages [OPTIONS] FOLDER...", "kavaro nibs [OPTIONS] FOLDER...",
-                             "kavaro slim [OPTIONS] FOLDER...", "nameRaw", "kavaro size --json /usr", "NO_COLOR"}) {
+    for (const char* part :
+         {"NAME", "kavaro - shows", "kavaro size [OPTIONS] FOLDER...", "--depth N", "--export ncdu [FILE]",
+          "kavaro defaults write [OPTIONS] DOMAIN KEY VALUE", "-h, --help", "EXIT STATUS", "130",
+          "kavaro find [OPTIONS] FOLDER...", "-0, --null", "kavaro languages [OPTIONS] FOLDER...",
+          "kavaro nibs [OPTIONS] FOLDER...", "kavaro slim [OPTIONS] FOLDER...", "kavaro events record [OPTIONS]",
+          "kavaro events replay [OPTIONS] FILE", "nameRaw", "kavaro size --json /usr", "NO_COLOR"}) {
         EXPECT_NE(text.find(part), std::string::npos) << part << "\n" << text;
     }
     EXPECT_EQ(text.find("--generate"), std::string::npos);
@@ -85,7 +86,8 @@ TEST(Generate, bashCompletionParses) {
 TEST(Generate, bashCompletes) {
     EXPECT_EQ(completed("kavaro s"), "size\nslim\nstop\n");
     EXPECT_EQ(completed("kavaro "),
-              "--help\n--version\n-h\ndefaults\nduplicates\nfind\nlanguages\nnibs\nsize\nslim\nstop\ntrash\nversion\n");
+              "--help\n--version\n-"
+              "h\ndefaults\nduplicates\nevents\nfind\nlanguages\nnibs\nsize\nslim\nstop\ntrash\nversion\n");
     EXPECT_EQ(completed("kavaro size --s"), "--same-file-system\n--sort\n");
     EXPECT_EQ(completed("kavaro size --sort "), "count\ndate\nname\nsize\n");
     EXPECT_EQ(completed("kavaro size --json --color a"), "always\nauto\n");
@@ -103,6 +105,9 @@ TEST(Generate, bashCompletes) {
     EXPECT_EQ(completed("kavaro trash f"), "-o default\n\n");
     EXPECT_EQ(completed("kavaro defaults "), "--help\n-h\ndelete\nread\nwrite\n");
     EXPECT_EQ(completed("kavaro defaults write o"), "org.kavaro.Kavaro\n");
+    EXPECT_EQ(completed("kavaro events "), "--help\n-h\nrecord\nreplay\nwatch\n");
+    EXPECT_EQ(completed("kavaro events watch --volume f"), "-o dirnames\n\n");
+    EXPECT_EQ(completed("kavaro events replay f"), "-o default\n\n");
     EXPECT_EQ(completed("kavaro stop --bus s"), "session\nsystem\n");
 }
 

@@ -1,0 +1,157 @@
+// kavaro events record, kavaro events watch
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "client/commandline/Commands.h"
+#include "client/commandline/EventSession.h"
+#include "client/commandline/JsonFields.h"
+#include "client/commandline/JsonOutput.h"
+#include "client/commandline/Output.h"
+#include "fsevents/BatchResolver.h"
+#include "fsevents/EventRecording.h"
+#include "platform/Environment.h"
+#include "platform/FileDescriptor.h"
+#include "platform/Text.h"
+#include "support/StringHelpers.h"
+
+namespace kavaro {
+
+namespace {
+
+constexpr std::uint64_t kBlock = 512;  // bytes of a unit of stat()
+constexpr std::size_t kSizeColumns = 10;
+
+// The exit code after all was written; says what could not be written, but for a reader that has gone.
+int finishOutput(Output& output, const std::string& name, int exitCode, const CommandContext& context) {
+    output.flush();
+    if (!output.failed()) return exitCode;
+    if (output.error() == EPIPE) return kExitDone;
+    writeError(context, errorMessage(name, "cannot be written: " + errorText(output.error()), ""));
+    return kExitFailed;
+}
+
+void sayWhatBegins(const EventSession& session, const char* doing, const CommandContext& context) {
+    if (!context.errorIsTerminal) return;
+    writeError(context, std::string(doing) + " changes of the file system of " + printable(session.volume()) +
+                            ". Ctrl-C ends it.\n");
+}
+
+// Where the entry is after the change.
+std::string_view placeAfter(const TuvFSEvent& event) {
+    return event.filePathDestination().data() ? event.filePathDestination() : event.filePath();
+}
+
+// Of a file that is there.
+bool statusOf(const TuvFSEvent& event, struct stat* info) {
+    const std::string path(placeAfter(event));
+    return !path.empty() && lstat(path.c_str(), info) == 0 && !S_ISDIR(info->st_mode);
+}
+
+void writeRow(Output& output, const TuvFSEvent& event) {
+    struct stat info {};
+    std::string size;
+    if (statusOf(event, &info)) size = compactStringFromSize(static_cast<std::uint64_t>(info.st_blocks) * kBlock);
+    output.write(std::string(size.size() < kSizeColumns ? kSizeColumns - size.size() : 0, ' ') + size + "  " +
+                 eventLine(event) + "\n");
+}
+
+void writeObject(Output& output, const TuvFSEvent& event, const std::string& time) {
+    JsonStream stream{output};
+    JsonWriter writer(stream);
+    writer.StartObject();
+    writeKey(writer, "time");
+    writeString(writer, time);
+    writeKey(writer, "type");
+    const char* name = TuvFSEvent::stringType(event.type());
+    writeString(writer, name ? name : "");
+    writeText(writer, "path", "pathRaw", event.filePath());
+    if (event.filePathDestination().data())
+        writeText(writer, "destination", "destinationRaw", event.filePathDestination());
+    writeNumber(writer, "inode", event.inode());
+    writeNumber(writer, "device", event.device());
+    struct stat info {};
+    if (statusOf(event, &info)) {
+        writeNumber(writer, "logicalSize", static_cast<std::uint64_t>(info.st_size));
+        writeNumber(writer, "physicalSize", static_cast<std::uint64_t>(info.st_blocks) * kBlock);
+    }
+    writer.EndObject();
+    output.put('\n');
+}
+
+}  // namespace
+
+int runEventsRecord(const EventsOptions& options, const CommandContext& context) {
+    const LogErrors log(context);
+    const std::unique_ptr<EventSession> session = EventSession::open(options, context);
+    if (!session) return kExitFailed;
+    FileDescriptor file;
+    if (!options.output.empty()) {
+        file.reset(open(options.output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+        if (!file.isOpen()) {
+            writeError(context, errorMessage(options.output, "cannot be written: " + errorText(errno), ""));
+            return kExitFailed;
+        }
+    }
+    TuvFSEvent::setRunAsDataCollector(true);
+    sayWhatBegins(*session, "Recording", context);
+    Output output(file.isOpen() ? file.get() : context.output);
+    const double begin = context.clock->monotonicSeconds();
+    std::uint64_t changes = 0, batches = 0;
+    for (bool goesOn = true; goesOn && !output.failed();) {
+        // In the batches that a server would make of them.
+        double seconds = BatchResolver::kLive.seconds;
+        if (options.seconds > 0)
+            seconds = std::min(seconds, options.seconds - (context.clock->monotonicSeconds() - begin));
+        goesOn = seconds > 0 && session->gather(seconds);
+        const TuvRef<TuvObjectArray> batch = session->take();
+        if (batch->count() == 0) continue;
+        writeBatch(*batch, [&](std::string_view text) { output.write(text); });
+        output.flush();
+        changes += static_cast<std::uint64_t>(changeCount(*batch));
+        ++batches;
+    }
+    output.write(kRecordingEnd);
+    const std::string name = file.isOpen() ? options.output : "standard output";
+    const int exitCode = finishOutput(output, name, session->exitCode(), context);
+    writeError(context,
+               counted(changes, "change", "changes") + " in " + counted(batches, "batch", "batches") + " recorded.\n");
+    return exitCode;
+}
+
+int runEventsWatch(const EventsOptions& options, const CommandContext& context) {
+    const LogErrors log(context);
+    const std::unique_ptr<EventSession> session = EventSession::open(options, context);
+    if (!session) return kExitFailed;
+    TuvFSEvent::setRunAsDataCollector(false);
+    sayWhatBegins(*session, "Watching", context);
+    Output output(context.output);
+    std::uint64_t changes = 0;
+    for (bool goesOn = true; goesOn && !output.failed();) {
+        goesOn = session->gather(options.every);
+        if (!goesOn && context.outputIsTerminal) output.put('\n');  // after the terminal's ^C
+        const TuvRef<TuvObjectArray> batch = session->take();
+        BatchResolver::coalesce(*batch);
+        batch->sortByFunction(TuvFSEvent_sortByPath);
+        const std::string time = isoTime(context.clock->wallSeconds());
+        for (const TuvObject* object : *batch) {
+            forEachSettledChange(*static_cast<const TuvFSEvent*>(object), [&](const TuvFSEvent& event, int) {
+                ++changes;
+                if (options.json) {
+                    writeObject(output, event, time);
+                } else {
+                    writeRow(output, event);
+                }
+            });
+        }
+        output.flush();
+    }
+    const int exitCode = finishOutput(output, "standard output", session->exitCode(), context);
+    writeError(context, counted(changes, "change", "changes") + " shown.\n");
+    return exitCode;
+}
+
+}  // namespace kavaro

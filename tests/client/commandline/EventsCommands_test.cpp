@@ -1,0 +1,259 @@
+// Changes of a volume that is none: the device is the test's.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "TempFolder.h"
+#include "client/commandline/CommandRun.h"
+#include "fsevents/EventRecording.h"
+#include "fsevents/Records.h"
+#include "support/StringHelpers.h"
+
+namespace kavaro {
+namespace {
+
+using testing::HasSubstr;
+
+// Gives records at their times, in seconds since it was opened; the run's clock goes on with each read.
+class TimedDevice : public EventDevice {
+  public:
+    struct Portion {
+        double time;
+        std::string records;
+    };
+    TimedDevice(CommandRun& run, std::vector<Portion> portions, double end, bool isUnmounted)
+        : _run(run), _portions(std::move(portions)), _end(end), _isUnmounted(isUnmounted) {}
+
+    int read(std::uint8_t* buffer, int, double seconds) override {
+        const double begin = _run.clock.now - _start;
+        double now = begin + seconds;
+        std::string records;
+        if (_next < _portions.size() && _portions[_next].time <= now) {
+            now = std::max(begin, _portions[_next].time);
+            records = _portions[_next++].records;
+        }
+        _run.clock.now = _start + now;
+        if (now >= _end && !_isUnmounted) _run.signals = 1;
+        std::memcpy(buffer, records.data(), records.size());
+        return static_cast<int>(records.size());
+    }
+    std::uint32_t device() const override { return kTestDevice; }
+    bool isGone() const override { return _isUnmounted && _run.clock.now - _start >= _end; }
+    int overflows() const override { return 0; }
+
+  private:
+    CommandRun& _run;
+    const double _start = _run.clock.now;
+    const std::vector<Portion> _portions;
+    const double _end;
+    const bool _isUnmounted;
+    std::size_t _next = 0;
+};
+
+using Portions = std::vector<TimedDevice::Portion>;
+
+struct EventsRun : CommandRun {
+    // Until `end` seconds; then a signal comes or, if so wanted, the volume goes.
+    explicit EventsRun(Portions portions = {}, double end = 1e9, bool isUnmounted = false) {
+        context.openEventDevice = [this, portions, end, isUnmounted](const std::string& volume, EventDevice::Problem*) {
+            volumes.push_back(volume);
+            return std::make_unique<TimedDevice>(*this, portions, end, isUnmounted);
+        };
+    }
+    std::vector<std::string> volumes;
+};
+
+const std::string kCreated = kernelRecord(0, place("/v/a b", 1)) + kernelRecord(4, place("/v/a b", 1));
+const std::string kGone = kernelRecord(0, place("/v/t", 2)) + kernelRecord(1, place("/v/t", 2));
+
+TEST(EventsRecord, everyChangeInBatchesThatCanBeReplayed) {
+    const TempFolder temp;
+    const std::string odd = "/v/\"\\\n\xFFindex=";
+    EventsRun run(Portions{{1, kCreated}, {14, kGone}, {20, kernelRecord(3, place(odd, 3) + place("/v/x", 3))}}, 31);
+    EXPECT_EQ(run.run({"events", "record", "--volume", "/v", "--output", temp.path("recording")}), kExitDone);
+    EXPECT_EQ(run.volumes, std::vector<std::string>{"/v"});
+    EXPECT_EQ(run.output(), "");
+    EXPECT_EQ(run.error(), "5 changes in 2 batches recorded.\n");
+    const std::string text = temp.read("recording");
+    EXPECT_TRUE(
+        text.starts_with("\n  index=\"0\"; eventBatch=\"begin\"; batchCount=\"2\"; "
+                         "\n  index=\"0\";   inode=\"00000001\"; type=\"CREATE_FILE\"; device=\"2049\"; "
+                         "filePath=\"/v/a b\";\n    index=\"1\"; inode=\"00000001\"; type=\"MODIFIED\";"))
+        << text;
+    EXPECT_TRUE(text.ends_with(kRecordingEnd)) << text;
+
+    TuvFSEvent::setAcceptedDevice(1);  // that of the recording is found out
+    CommandRun replay;
+    EXPECT_EQ(replay.run({"events", "replay", temp.path("recording")}), kExitDone);
+    EXPECT_EQ(replay.error(), "");
+    EXPECT_EQ(replay.output(),
+              "Batch 1: 4 changes\n"
+              "  created   /v/a b\n"
+              "    modified  /v/a b\n"
+              "  created   /v/t\n"
+              "    deleted   /v/t\n"
+              "\n"
+              "Batch 1, coalesced: 1 change\n"
+              "  updated   /v/a b\n"
+              "\n"
+              "Batch 2: 1 change\n"
+              "  renamed   /v/\"\\\\n\\xffindex= -> /v/x\n"
+              "\n"
+              "Batch 2, coalesced: 1 change\n"
+              "  renamed   /v/\"\\\\n\\xffindex= -> /v/x\n"
+              "\n"
+              "2 batches, 5 changes, 2 changes after coalescing\n");
+}
+
+TEST(EventsRecord, endsInTimeAndWritesToStandardOutput) {
+    EventsRun run(Portions{{1, kCreated}, {6, kGone}});
+    EXPECT_EQ(run.run({"events", "record", "--for", "5"}), kExitDone);
+    EXPECT_EQ(run.volumes, std::vector<std::string>{"/"});
+    EXPECT_THAT(run.output(), HasSubstr("eventBatch=\"end\"; batchCount=\"1\"; " + std::string(kRecordingEnd)));
+    EXPECT_EQ(run.error(), "2 changes in 1 batch recorded.\n");
+    EXPECT_GE(run.clock.now, 1005);
+    EXPECT_LT(run.clock.now, 1006);
+    EventsRun quiet;
+    EXPECT_EQ(quiet.run({"events", "record", "--for", "40"}), kExitDone);
+    EXPECT_EQ(quiet.output(), kRecordingEnd);
+    EXPECT_EQ(quiet.error(), "0 changes in 0 batches recorded.\n");
+}
+
+TEST(EventsWatch, oneLineAChangeAsTheySettle) {
+    const TempFolder temp;
+    const std::string file = temp.write("b", std::string(5000, 'x'));
+    EventsRun run(
+        Portions{{0.1, kernelRecord(0, place(file, 9)) + kernelRecord(4, place(file, 9))},
+                 {0.2, kGone + kernelRecord(7, place("/v/folder", 4)) + kernelRecord(4, place("/v/\x1B", 3))},
+                 {5, kernelRecord(3, place("/v/from", 3) + place(file, 3)) + kernelRecord(4, place(file, 3))}},
+        5.5);
+    EXPECT_EQ(run.run({"events", "watch"}), kExitDone);
+    struct stat info {};
+    ASSERT_EQ(stat(file.c_str(), &info), 0);
+    std::string size = compactStringFromSize(static_cast<std::uint64_t>(info.st_blocks) * 512);
+    size.insert(0, 10 - size.size(), ' ');
+    const std::string none(10, ' ');
+    std::vector<std::string> lines = {size + "  updated   " + file + "\n", none + "  modified  /v/\\x1b\n",
+                                      none + "  created   /v/folder/\n"};
+    std::ranges::sort(lines, {}, [](const std::string& line) { return line.substr(line.find('/')); });
+    EXPECT_EQ(run.output(), lines[0] + lines[1] + lines[2] + size + "  renamed   /v/from -> " + file + "\n" + size +
+                                "  modified  " + file + "\n");
+    EXPECT_EQ(run.error(), "5 changes shown.\n");
+}
+
+// The number of a deleted file's inode belongs to another file at once.
+TEST(EventsWatch, oneInodeAfterTheOther) {
+    std::string records = kernelRecord(1, place("/v/old", 5)) + kernelRecord(0, place("/v/new", 5));
+    for (int i = 0; i < 400; ++i) records += kernelRecord(4, place("/v/new", 5));
+    records += kernelRecord(3, place("/v/from", 6) + place("/v/to", 6));
+    for (int i = 0; i < 3; ++i) records += kernelRecord(4, place("/v/to", 6));
+    EventsRun run(Portions{{0.1, records}}, 2);
+    EXPECT_EQ(run.run({"events", "watch"}), kExitDone);
+    const std::string none(12, ' ');
+    EXPECT_EQ(run.output(), none + "renamed   /v/from -> /v/to\n" + none + "modified  /v/to\n" + none +
+                                "deleted   /v/old\n" + none + "updated   /v/new\n");
+    EXPECT_EQ(run.error(), "4 changes shown.\n");
+}
+
+TEST(EventsReplay, repeatsAreOneLine) {
+    const TempFolder temp;
+    std::string records = kernelRecord(1, place("/v/old", 5)) + kernelRecord(0, place("/v/new", 5));
+    for (int i = 0; i < 400; ++i) records += kernelRecord(4, place("/v/new", 5));
+    EventsRun run(Portions{{0.1, records}}, 2);
+    EXPECT_EQ(run.run({"events", "record", "--output", temp.path("recording")}), kExitDone);
+    CommandRun replay;
+    EXPECT_EQ(replay.run({"events", "replay", temp.path("recording")}), kExitDone);
+    EXPECT_THAT(replay.output(), HasSubstr("Batch 1: 402 changes\n"
+                                           "  deleted   /v/old\n"
+                                           "    created   /v/new\n"
+                                           "    modified  /v/new (400 times)\n"
+                                           "\n"));
+}
+
+TEST(EventsWatch, asJSON) {
+    EventsRun run(Portions{{0.1, kernelRecord(3, place("/v/\xFF", 3) + place("/v/to", 3))}}, 2);
+    EXPECT_EQ(run.run({"events", "watch", "--json", "--every", "0.5"}), kExitDone);
+    EXPECT_EQ(run.output(),
+              "{\"time\":\"2023-11-14T22:13:20Z\",\"type\":\"RENAME\",\"path\":\"/v/\xEF\xBF\xBD\",\"pathRaw\":"
+              "\"L3Yv/w==\",\"destination\":\"/v/to\",\"inode\":3,\"device\":2049}\n");
+    EXPECT_EQ(run.error(), "1 change shown.\n");
+}
+
+TEST(Events, theVolumeGoes) {
+    EventsRun run(Portions{{0.1, kCreated}}, 3, true);
+    EXPECT_EQ(run.run({"events", "watch", "--volume", "/v"}), kExitFailed);
+    EXPECT_THAT(run.output(), HasSubstr("updated   /v/a b\n"));
+    EXPECT_EQ(run.error(), "kavaro: /v: has been unmounted: its changes are not followed any more.\n1 change shown.\n");
+}
+
+TEST(Events, withoutRightsAndWithoutAVolume) {
+    for (const char* command : {"record", "watch"}) {
+        CommandRun rights;
+        rights.context.openEventDevice = [](const std::string&, EventDevice::Problem* problem) {
+            *problem = {"Operation not permitted", false, true};
+            return nullptr;
+        };
+        EXPECT_EQ(rights.run({"events", command}), kExitFailed);
+        EXPECT_EQ(
+            rights.error(),
+            "kavaro: /: its changes cannot be followed: Operation not permitted. That needs administrator rights: "
+            "run it as root, for example with sudo.\n");
+        CommandRun volume;
+        volume.context.openEventDevice = [](const std::string& path, EventDevice::Problem* problem) {
+            *problem = {path + ": No such file or directory", true, false};
+            return nullptr;
+        };
+        EXPECT_EQ(volume.run({"events", command, "--volume", "/none"}), kExitFailed);
+        EXPECT_EQ(volume.error(), "kavaro: /none: No such file or directory.\n");
+        CommandRun kernel;
+        kernel.context.openEventDevice = [](const std::string&, EventDevice::Problem* problem) {
+            problem->text = "Invalid argument (Linux 5.17 or newer is needed)";
+            return nullptr;
+        };
+        EXPECT_EQ(kernel.run({"events", command}), kExitFailed);
+        EXPECT_EQ(kernel.error(),
+                  "kavaro: /: its changes cannot be followed: Invalid argument (Linux 5.17 or newer is needed).\n");
+    }
+}
+
+TEST(Events, outputsThatCannotBeWritten) {
+    const TempFolder temp;
+    EventsRun folder;
+    EXPECT_EQ(folder.run({"events", "record", "--output", temp.path()}), kExitFailed);
+    EXPECT_EQ(folder.error(), "kavaro: " + temp.path() + ": cannot be written: Is a directory.\n");
+    EventsRun full(Portions{{0.1, kCreated}});
+    EXPECT_EQ(full.run({"events", "record", "--output", "/dev/full"}), kExitFailed);
+    EXPECT_THAT(full.error(), HasSubstr("kavaro: /dev/full: cannot be written: No space left on device.\n"));
+    EventsRun watch(Portions{{0.1, kCreated}});
+    watch.context.output = open("/dev/full", O_WRONLY | O_CLOEXEC);
+    EXPECT_EQ(watch.run({"events", "watch"}), kExitFailed);
+    close(watch.context.output);
+    EXPECT_THAT(watch.error(), HasSubstr("kavaro: standard output: cannot be written: No space left on device.\n"));
+}
+
+TEST(EventsReplay, filesThatAreNoRecordings) {
+    const TempFolder temp;
+    CommandRun gone;
+    EXPECT_EQ(gone.run({"events", "replay", temp.path("none")}), kExitFailed);
+    EXPECT_EQ(gone.error(), "kavaro: " + temp.path("none") + ": No such file or directory\n");
+    for (const char* text : {"", "index=", "no row in here", "index=index=index="}) {
+        CommandRun empty;
+        EXPECT_EQ(empty.run({"events", "replay", temp.write("file", text)}), kExitDone) << text;
+        EXPECT_THAT(empty.output(), HasSubstr("0 batches, 0 changes, 0 changes after coalescing\n"));
+    }
+    CommandRun broken;
+    EXPECT_EQ(broken.run({"events", "replay",
+                          temp.write("file",
+                                     "\n  index=\"0\"; eventBatch=\"begin\"; batchCount=\"1\"; "
+                                     "\n  index=\"0\"; inode=\"1\n  index=\"0\"; eventBatch=\"end\"; "
+                                     "batchCount=\"1\"; \n  index=\n")}),
+              kExitDone);
+    EXPECT_THAT(broken.error(), HasSubstr("kavaro: rowString: "));
+    EXPECT_THAT(broken.output(), HasSubstr("1 broken row left out\n"));
+}
+
+}  // namespace
+}  // namespace kavaro
