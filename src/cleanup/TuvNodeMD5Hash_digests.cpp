@@ -1,12 +1,18 @@
+#include <algorithm>
+
 #include "cleanup/DuplicatesLog.h"
 #include "cleanup/MD5Tool.h"
 #include "cleanup/TuvNodeMD5Hash.h"
+#include "platform/Thread.h"
 #include "support/Stopwatch.h"
 #include "support/StringHelpers.h"
 
 namespace kavaro {
 
 namespace {
+
+// That digest batches side by side where no program is run for them: what is read at once is 10 MiB for each.
+constexpr int kMostThreads = 4;
 
 void logMissing(const TuvNodeMD5Hash& record) {
     TuvLog::error(tuvNodeMD5HashLog, "loadMD5Hash", "no hash for [%@]", record.filePath());
@@ -48,7 +54,10 @@ void TuvNodeMD5Hash::loadMD5Hash(const TuvObjectArray* records) {
     if (tuvNodeMD5HashLog.debugOn())
         TuvLog::debug(tuvNodeMD5HashLog, "loadMD5Hash", "%d files, %d batches of %d", count, batches->count(),
                       kBatchSize);
-    for (int i = 0; i < batches->count(); ++i) loadBatch(batches->arrayAtIndex(i));
+    registerMD5Tool();
+    const int threads = isBuiltInTask(kMD5Tool) ? std::min(usableProcessors(), kMostThreads) : 1;
+    forEachIndex(static_cast<std::size_t>(batches->count()), threads,
+                 [&](std::size_t i) { loadBatch(batches->arrayAtIndex(static_cast<int>(i))); });
     TuvLog::info(tuvNodeMD5HashLog, "loadMD5Hash", "Loaded %d md5 hash values in %9.3f ms", count,
                  watch.milliseconds());
 }
@@ -74,7 +83,6 @@ void TuvNodeMD5Hash::loadBatch(TuvObjectArray* batch) {
         }
     }
     if (paths.empty()) return;
-    registerMD5Tool();
     const std::optional<std::string> output = stringFromTask(kMD5Tool, paths);
     if (!output) return;
     Lines lines(*output);

@@ -6,10 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <deque>
 #include <memory>
+#include <utility>
 
-#include "platform/FileDescriptor.h"
-#include "platform/FolderOpener.h"
+#include "platform/Mutex.h"
+#include "platform/RegularFile.h"
 
 namespace kavaro {
 
@@ -19,21 +21,15 @@ namespace {
 class FileReader {
   public:
     int open(const std::string& path) {
-        if (path.find('\0') != std::string::npos) return ENOENT;  // there is no such name
-        // What is no regular file must not keep us waiting, nor do anything because it was opened: it is looked at
-        // before it is opened for reading, and both are the same file.
-        const FileDescriptor place(FolderOpener().open(AT_FDCWD, path, O_PATH, FolderOpener::Rule::followLinks));
-        if (!place.isOpen() || fstat(place.get(), &_before) != 0) return errno;
-        if (!S_ISREG(_before.st_mode)) return S_ISDIR(_before.st_mode) ? EISDIR : EINVAL;
-        if (const int error = openForReading(place, path); error != 0) return error;
+        if (const int error = _file.open(path); error != 0) return error;
         _read = 0;
-        posix_fadvise(_file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-        posix_fadvise(_file.get(), 0, 0, POSIX_FADV_NOREUSE);
+        posix_fadvise(_file.fd(), 0, 0, POSIX_FADV_SEQUENTIAL);
+        posix_fadvise(_file.fd(), 0, 0, POSIX_FADV_NOREUSE);
         announce();
         return 0;
     }
 
-    std::uint64_t size() const { return static_cast<std::uint64_t>(_before.st_size); }
+    std::uint64_t size() const { return static_cast<std::uint64_t>(_file.status().st_size); }
     bool isAtEnd() const { return _read == size(); }
 
     // Reads `length` bytes or up to the end; the size that the file had when it was opened counts.
@@ -41,7 +37,7 @@ class FileReader {
         length = static_cast<std::size_t>(std::min<std::uint64_t>(length, size() - _read));
         *got = 0;
         while (*got < length) {
-            const ssize_t count = ::read(_file.get(), buffer + *got, length - *got);
+            const ssize_t count = ::read(_file.fd(), buffer + *got, length - *got);
             if (count < 0 && errno == EINTR) continue;
             if (count < 0) return errno;
             if (count == 0) return ESTALE;  // it has become shorter
@@ -57,40 +53,27 @@ class FileReader {
     int finish() {
         struct stat after {};
         std::uint8_t more = 0;
-        if (::read(_file.get(), &more, 1) != 0) return ESTALE;
-        if (fstat(_file.get(), &after) != 0) return errno;
-        const bool isSame = after.st_size == _before.st_size && after.st_nlink > 0 &&
-                            after.st_mtim.tv_sec == _before.st_mtim.tv_sec &&
-                            after.st_mtim.tv_nsec == _before.st_mtim.tv_nsec;
+        if (::read(_file.fd(), &more, 1) != 0) return ESTALE;
+        if (fstat(_file.fd(), &after) != 0) return errno;
+        const struct stat& before = _file.status();
+        const bool isSame = after.st_size == before.st_size && after.st_nlink > 0 &&
+                            after.st_mtim.tv_sec == before.st_mtim.tv_sec &&
+                            after.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
         return isSame ? 0 : ESTALE;
     }
 
-    void close() { _file.reset(); }
+    void close() { _file.close(); }
 
   private:
-    // Through /proc, which leads to the very file; where there is none, by the path once more.
-    int openForReading(const FileDescriptor& place, const std::string& path) {
-        constexpr int kFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY;
-        const FolderOpener opener;
-        const struct stat seen = _before;
-        _file.reset(opener.open(AT_FDCWD, "/proc/self/fd/" + std::to_string(place.get()), kFlags,
-                                FolderOpener::Rule::followLinks));
-        if (!_file.isOpen() && errno == ENOENT)
-            _file.reset(opener.open(AT_FDCWD, path, kFlags, FolderOpener::Rule::followLinks));
-        if (!_file.isOpen() || fstat(_file.get(), &_before) != 0) return errno;
-        return _before.st_dev == seen.st_dev && _before.st_ino == seen.st_ino ? 0 : ESTALE;
-    }
-
     // The disk may fetch the next part while this one, and those of the other files, are worked on.
     void announce() {
         const std::uint64_t left = size() - _read;
         if (left == 0) return;
-        posix_fadvise(_file.get(), static_cast<off_t>(_read),
+        posix_fadvise(_file.fd(), static_cast<off_t>(_read),
                       static_cast<off_t>(std::min<std::uint64_t>(left, kFileReadBytes)), POSIX_FADV_WILLNEED);
     }
 
-    FileDescriptor _file;
-    struct stat _before {};
+    RegularFile _file;
     std::uint64_t _read = 0;
 };
 
@@ -119,11 +102,13 @@ struct Lane {
     std::size_t blocks = 0;              // from there on
     bool isLast = false;                 // nothing follows what is in the buffer
 
-    int start(const std::string& path) {
+    // Takes over an open file.
+    int start(FileReader&& opened, std::size_t number) {
+        file = std::move(opened);
+        index = number;
         state = MD5State();
         isLast = false;
-        const int error = file.open(path);
-        return error != 0 ? error : fill();
+        return fill();
     }
     int fill() {
         std::size_t got = 0;
@@ -142,11 +127,30 @@ struct Lane {
 };
 static_assert(kFileReadBytes % kMD5BlockBytes == 0);
 
-// Lanes of this thread that are not in use. They are kept: to get their memory from the system anew for every few
-// files takes longer than the files do.
-std::vector<std::unique_ptr<Lane>>& spareLanes() {
-    static thread_local std::vector<std::unique_ptr<Lane>> lanes;
-    return lanes;
+// Lanes that no thread uses. They are kept: to get their memory from the system anew for every few files takes longer
+// than the files do.
+class SpareLanes {
+  public:
+    std::unique_ptr<Lane> take() KAVARO_EXCLUDES(_mutex) {
+        const MutexLock lock(_mutex);
+        if (_lanes.empty()) return std::make_unique<Lane>();
+        std::unique_ptr<Lane> lane = std::move(_lanes.back());
+        _lanes.pop_back();
+        return lane;
+    }
+    void giveBack(std::unique_ptr<Lane> lane) KAVARO_EXCLUDES(_mutex) {
+        const MutexLock lock(_mutex);
+        _lanes.push_back(std::move(lane));
+    }
+
+  private:
+    Mutex _mutex;
+    std::vector<std::unique_ptr<Lane>> _lanes KAVARO_GUARDED_BY(_mutex);
+};
+
+SpareLanes& spareLanes() {
+    static auto* const lanes = new SpareLanes;  // threads may outlive what is static
+    return *lanes;
 }
 
 // Feeds files through the lanes of the processor. A lane takes the next file when it is done with one.
@@ -158,7 +162,7 @@ class LaneRunner {
     std::vector<FileDigest> run() {
         const std::size_t most = std::min(_kernels.size() - 1, _paths.size());
         for (std::size_t i = 0; i < most; ++i) {
-            _lanes.push_back(takeLane());
+            _lanes.push_back(spareLanes().take());
             if (!startNext(*_lanes.back())) giveBack(_lanes.size() - 1);
         }
         while (!_lanes.empty()) {
@@ -175,28 +179,37 @@ class LaneRunner {
     }
 
   private:
-    static std::unique_ptr<Lane> takeLane() {
-        if (spareLanes().empty()) return std::make_unique<Lane>();
-        std::unique_ptr<Lane> lane = std::move(spareLanes().back());
-        spareLanes().pop_back();
-        return lane;
-    }
     void giveBack(std::size_t index) {
-        spareLanes().push_back(std::move(_lanes[index]));
+        spareLanes().giveBack(std::move(_lanes[index]));
         if (index + 1 < _lanes.size()) _lanes[index] = std::move(_lanes.back());
         _lanes.pop_back();
     }
 
+    // Opens the next files before a lane has room for them, so that the disk fetches several at the same time.
+    void openAhead() {
+        while (_opened.size() < _kernels.size() && _next < _paths.size()) {
+            FileReader file;
+            const std::size_t index = _next++;
+            if (const int error = file.open(_paths[index]); error != 0) {
+                _results[index].error = error;
+            } else {
+                _opened.emplace_back(index, std::move(file));
+            }
+        }
+    }
+
     // False when no file is left.
     bool startNext(Lane& lane) {
-        while (_next < _paths.size()) {
-            lane.index = _next++;
-            const int error = lane.start(_paths[lane.index]);
+        while (true) {
+            openAhead();
+            if (_opened.empty()) return false;
+            auto [index, file] = std::move(_opened.front());
+            _opened.pop_front();
+            const int error = lane.start(std::move(file), index);
             if (error == 0) return true;
             lane.file.close();
-            _results[lane.index].error = error;
+            _results[index].error = error;
         }
-        return false;
     }
 
     // All lanes take as many blocks as the one with the fewest has. Lanes of the kernel that have no file do the work
@@ -237,7 +250,8 @@ class LaneRunner {
     const std::vector<MD5Kernel>& _kernels;
     std::vector<FileDigest> _results;
     std::vector<std::unique_ptr<Lane>> _lanes;
-    std::size_t _next = 0;
+    std::deque<std::pair<std::size_t, FileReader>> _opened;  // with their index
+    std::size_t _next = 0;                                   // to be opened
 };
 
 }  // namespace

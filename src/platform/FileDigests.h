@@ -19,7 +19,8 @@ struct FileDigest {
 
 // Digests of many files, in their order. Each file is read once, in reads of kFileReadBytes, as many files side by side
 // as the processor has lanes; a single file goes through the system's library. Links are followed, paths may be of any
-// length. Any thread, which keeps one read of each lane for the next time: 16 MiB at most. Waits for the disk.
+// length. Any thread; one read for each lane is kept for the next time, as many as were in use at once: 16 MiB at most
+// for each thread. Waits for the disk.
 constexpr std::size_t kFileReadBytes = 512 * 1024;
 std::vector<FileDigest> md5OfFiles(const std::vector<std::string>& paths);
 

@@ -3,9 +3,13 @@
 #include <pthread.h>
 #include <sys/resource.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace kavaro {
 
@@ -26,6 +30,19 @@ void* run(void* argument) {
     return nullptr;
 }
 
+// Work that threads share: each takes the next index until none is left.
+struct SharedWork {
+    const std::size_t count;
+    const std::function<void(std::size_t)>& work;
+    std::atomic<std::size_t> next{0};
+
+    static void* run(void* shared) {
+        auto& self = *static_cast<SharedWork*>(shared);
+        for (std::size_t i = self.next.fetch_add(1); i < self.count; i = self.next.fetch_add(1)) self.work(i);
+        return nullptr;
+    }
+};
+
 }  // namespace
 
 bool detachThread(std::string_view name, std::function<void()> body) {
@@ -38,6 +55,22 @@ bool detachThread(std::string_view name, std::function<void()> body) {
     pthread_attr_destroy(&attributes);
     if (started) start.release();  // the thread's now
     return started;
+}
+
+int usableProcessors() {
+    return std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+}
+
+void forEachIndex(std::size_t count, int threads, const std::function<void(std::size_t)>& work) {
+    SharedWork shared{count, work};
+    std::vector<pthread_t> helpers;
+    while (static_cast<int>(helpers.size()) + 1 < threads && helpers.size() + 1 < count) {
+        pthread_t helper;
+        if (pthread_create(&helper, nullptr, SharedWork::run, &shared) != 0) break;
+        helpers.push_back(helper);
+    }
+    SharedWork::run(&shared);
+    for (const pthread_t helper : helpers) pthread_join(helper, nullptr);
 }
 
 bool raiseThreadPriority() {

@@ -78,6 +78,10 @@ std::string pathFromFSRef(const FileReference& reference) {
     return pathOfDescriptor(reference.fd);
 }
 
+bool isBuiltInTask(const std::string& path) {
+    return !isProgram(path) && builtInTool(path);
+}
+
 std::optional<std::string> stringFromTask(const std::string& path, const std::vector<std::string>& arguments) {
     if (!isProgram(path))
         if (const BuiltInTool tool = builtInTool(path)) return tool(arguments);

@@ -33,5 +33,7 @@ std::string pathFromFSRef(const FileReference& reference);
 // output; nothing when it could not be started. Where there is no executable at the path, a built-in tool that is
 // registered under it (BuiltInTools.h) answers in its place.
 std::optional<std::string> stringFromTask(const std::string& path, const std::vector<std::string>& arguments);
+// Whether that is the case for this path now.
+bool isBuiltInTask(const std::string& path);
 
 }  // namespace kavaro

@@ -1,5 +1,6 @@
 #include "platform/FileDigests.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -164,6 +165,21 @@ TEST(FileDigests, AFileThatChangesItsSizeWhileItIsReadHasNone) {
         none += textsOf(md5OfFiles({path}))[0] == errorText(ESTALE);
     }
     EXPECT_GE(none, 5);
+}
+
+TEST(FileDigests, AFileThatIsWrittenOverWhileItIsReadHasNone) {
+    TempFolder folder;
+    const std::string path = folder.write("file", std::string(kLarge, 'x'));
+    ChangingFile changing(path, [](const std::string& name, int round) {
+        const int fd = open(name.c_str(), O_WRONLY | O_CLOEXEC);
+        const std::string content(kLarge, round % 2 ? 'x' : 'y');
+        ASSERT_EQ(pwrite(fd, content.data(), content.size(), 0), static_cast<ssize_t>(kLarge));
+        close(fd);
+    });
+    int none = 0;
+    for (const Patience patience; none < 5 && patience.isLeft();)
+        for (const std::string& text : textsOf(md5OfFiles({path, path}))) none += text == errorText(ESTALE);
+    EXPECT_GE(none, 5) << "its size is the same all the time";
 }
 
 TEST(FileDigests, AFileThatIsCutWhileItIsReadHasNone) {

@@ -5,9 +5,12 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <future>
 #include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 namespace kavaro {
 namespace {
@@ -55,6 +58,26 @@ TEST(Thread, RaisesOnlyItsOwnPriority) {
         EXPECT_EQ(nice, before);
     }
     EXPECT_EQ(getpriority(PRIO_PROCESS, 0), before);
+}
+
+TEST(Thread, EachIndexIsWorkedOnOnce) {
+    for (const int threads : {0, 1, 2, 7}) {
+        std::vector<std::atomic<int>> calls(100);
+        forEachIndex(calls.size(), threads, [&](std::size_t i) { ++calls[i]; });
+        for (const std::atomic<int>& count : calls) EXPECT_EQ(count, 1) << threads;
+    }
+    forEachIndex(0, 4, [](std::size_t) { ADD_FAILURE(); });
+}
+
+TEST(Thread, WorksOnIndexesAtTheSameTime) {
+    // Each waits for the other: one thread alone would never end.
+    std::atomic<int> arrived = 0;
+    forEachIndex(2, 2, [&](std::size_t) {
+        ++arrived;
+        while (arrived < 2) std::this_thread::yield();
+    });
+    EXPECT_EQ(arrived, 2);
+    EXPECT_GE(usableProcessors(), 1);
 }
 
 }  // namespace
