@@ -7,21 +7,18 @@ namespace kavaro {
 
 namespace {
 
-// Chunks of a list, as arrays. What is as large as a chunk is one of its own: the sums that close a chunk are those of
-// small numbers then.
+// Chunks of a list, as arrays. What is as large as a chunk comes in chunks without small ones: the sums that close a
+// chunk are those of small numbers then.
 TuvRef<TuvObjectArray> chunksOf(const TuvObjectArray* nodes) {
     auto chunks = make<TuvObjectArray>();
     auto small = make<TuvObjectArray>();
+    auto large = make<TuvObjectArray>();
     for (int i = 0; i < nodes->count(); ++i) {
         TuvNode* node = nodes->nodeAtIndex(i);
-        if (node->logicalSize() < static_cast<std::uint64_t>(kDigestChunkBytes)) {
-            small->addObject(node);
-            continue;
-        }
-        auto alone = make<TuvObjectArray>(1);
-        alone->addObject(node);
-        chunks->adoptObject(alone.leak());
+        const bool isSmall = node->logicalSize() < static_cast<std::uint64_t>(kDigestChunkBytes);
+        (isSmall ? small : large)->addObject(node);
     }
+    chunks->addObjectsFromArray(large->toArraysInChunks(kDigestLargeFiles).get());
     chunks->addObjectsFromArray(small->toArraysInChunksWithLogicalSize(kDigestChunkBytes, kDigestChunkFiles).get());
     return chunks;
 }

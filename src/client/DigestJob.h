@@ -25,8 +25,10 @@ struct DigestResult {
 };
 
 // Has the server make the digests of files. It is asked for a few at a time, so that it can answer others in between:
-// files of kDigestChunkBytes together, or one that is as large, and kDigestChunkFiles at most.
+// files of kDigestChunkBytes together and kDigestChunkFiles at most, or kDigestLargeFiles that are as large each: side
+// by side they take hardly longer than one.
 constexpr int kDigestChunkBytes = 256 << 20;
+constexpr int kDigestLargeFiles = 4;
 constexpr int kDigestChunkFiles = 1000;
 // Main thread. `nodes` are files, each of its own node ID. `progress` is called when files are done, and while they are
 // waited for.

@@ -7,14 +7,20 @@
 #include <algorithm>
 #include <cmath>
 #include <set>
+#include <utility>
 
+#include "client/ContentSample.h"
 #include "platform/Environment.h"
 #include "platform/FileStatus.h"
 #include "platform/Text.h"
+#include "platform/Thread.h"
 
 namespace kavaro {
 
 namespace {
+
+constexpr std::size_t kSamplesAtOnce = 512;  // until it is asked whether to go on
+constexpr int kSampleThreads = 4;            // more than processors: they wait for the disk
 
 std::string pathOf(const TuvNode* node) {
     return std::string(node->filePath());
@@ -50,7 +56,7 @@ std::set<std::uint32_t> filesIn(const TuvObjectArray* group) {
 
 }  // namespace
 
-void DuplicateSearch::prepare(DigestCache* cache) {
+bool DuplicateSearch::prepare(DigestCache* cache, const GoesOn& goesOn) {
     // All candidates as the files of one folder, so that files of all trees meet. They keep their own parents.
     auto all = make<TuvDirNode>();
     for (const TuvRef<TuvDirNode>& root : _roots) {
@@ -63,7 +69,12 @@ void DuplicateSearch::prepare(DigestCache* cache) {
     _candidates = static_cast<std::uint64_t>(all->fileCount());
     const TuvRef<TuvObjectArray> groups = all->potentialyDuplicateFiles();
     for (int i = 0; i < groups->count(); ++i) takeGroup(groups->arrayAtIndex(i));
-    chooseNodesToDigest(cache);
+    if (cache) takeKnownDigests(*cache);
+    if (!takeSamples(goesOn)) return false;
+    splitBySample();
+    _records->sortByFunction(TuvNodeMD5Hash_sortByInode);
+    _toDigest = TuvNodeMD5Hash::fileNodesToReload(oneNameOfEach(_groups.get()).get(), _records.get());
+    return true;
 }
 
 // The folder that a node is in, whatever the way to it.
@@ -117,29 +128,90 @@ void DuplicateSearch::takeGroup(const TuvObjectArray* group) {
         if (!names.emplace(folderOf(node), lastPathComponent(pathOf(node))).second) continue;
         if (lookAt(node)) members->addObject(node);
     }
+    addGroup(std::move(members));
+}
+
+void DuplicateSearch::addGroup(TuvRef<TuvObjectArray> members) {
     if (members->count() < 2) return;
     TuvObjectArray* groups = filesIn(members.get()).size() > 1 ? _groups.get() : _linkGroups.get();
     groups->adoptObject(members.leak());
 }
 
-void DuplicateSearch::chooseNodesToDigest(DigestCache* cache) {
-    const TuvRef<TuvObjectArray> flat = TuvNodeMD5Hash::flatenArray(_groups.get());
-    auto files = make<TuvObjectArray>(flat->count());
+TuvRef<TuvObjectArray> DuplicateSearch::oneNameOfEach(const TuvObjectArray* groups) const {
+    const TuvRef<TuvObjectArray> flat = TuvNodeMD5Hash::flatenArray(groups);
+    auto nodes = make<TuvObjectArray>(flat->count());
     std::vector<bool> isTaken(_files.size() + 1);
     for (int i = 0; i < flat->count(); ++i) {
         TuvNode* node = flat->nodeAtIndex(i);
         if (isTaken[node->inode()]) continue;
         isTaken[node->inode()] = true;
-        files->addObject(node);
-        const File& file = fileOf(node);
-        const auto digest = cache && file.isKnown ? cache->find(pathOf(node), file.identity) : std::nullopt;
+        nodes->addObject(node);
+    }
+    return nodes;
+}
+
+void DuplicateSearch::takeKnownDigests(DigestCache& cache) {
+    const TuvRef<TuvObjectArray> nodes = oneNameOfEach(_groups.get());
+    for (int i = 0; i < nodes->count(); ++i) {
+        const TuvNode* node = nodes->nodeAtIndex(i);
+        File& file = fileOf(node);
+        const auto digest = file.isKnown ? cache.find(pathOf(node), file.identity) : std::nullopt;
         if (!digest) continue;
+        file.hasDigest = true;
         auto record = make<TuvNodeMD5Hash>(node);
         record->setMD5Hash(*digest);
         _records->adoptObject(record.leak());
     }
-    _records->sortByFunction(TuvNodeMD5Hash_sortByInode);
-    _toDigest = TuvNodeMD5Hash::fileNodesToReload(files.get(), _records.get());
+}
+
+bool DuplicateSearch::isWhollyKnown(const TuvObjectArray* group) const {
+    for (int i = 0; i < group->count(); ++i)
+        if (!fileOf(group->nodeAtIndex(i)).hasDigest) return false;
+    return true;
+}
+
+bool DuplicateSearch::takeSamples(const GoesOn& goesOn) {
+    auto groups = make<TuvObjectArray>();
+    for (int i = 0; i < _groups->count(); ++i)
+        if (!isWhollyKnown(_groups->arrayAtIndex(i))) groups->addObject(_groups->objectAtIndex(i));
+    const TuvRef<TuvObjectArray> nodes = oneNameOfEach(groups.get());
+    const auto count = static_cast<std::size_t>(nodes->count());
+    for (std::size_t begin = 0; begin < count; begin += kSamplesAtOnce) {
+        if (goesOn && !goesOn({begin, count})) return false;
+        const std::size_t length = std::min(kSamplesAtOnce, count - begin);
+        std::vector<std::string> paths;
+        for (std::size_t i = 0; i < length; ++i)
+            paths.push_back(pathOf(nodes->nodeAtIndex(static_cast<int>(begin + i))));
+        forEachIndex(length, kSampleThreads, [&](std::size_t i) {
+            const TuvNode* node = nodes->nodeAtIndex(static_cast<int>(begin + i));
+            fileOf(node).sample = contentSample(paths[i], node->logicalSize());
+        });
+    }
+    return true;
+}
+
+// A member that we cannot read may be as any other: its group stays whole.
+void DuplicateSearch::splitBySample() {
+    const TuvRef<TuvObjectArray> groups = std::exchange(_groups, make<TuvObjectArray>());
+    for (int i = 0; i < groups->count(); ++i) {
+        TuvObjectArray* group = groups->arrayAtIndex(i);
+        std::map<std::uint64_t, TuvRef<TuvObjectArray>> parts;
+        bool isSampled = true;
+        for (int k = 0; k < group->count(); ++k) {
+            TuvNode* node = group->nodeAtIndex(k);
+            const std::optional<std::uint64_t> sample = fileOf(node).sample;
+            isSampled = sample.has_value();
+            if (!isSampled) break;
+            TuvRef<TuvObjectArray>& part = parts[*sample];
+            if (!part) part = make<TuvObjectArray>();
+            part->addObject(node);
+        }
+        if (!isSampled) {
+            _groups->addObject(group);
+            continue;
+        }
+        for (auto& [sample, part] : parts) addGroup(std::move(part));
+    }
 }
 
 void DuplicateSearch::takeIn(const TuvObjectArray* fresh, DigestCache& cache) {

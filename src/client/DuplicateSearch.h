@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -37,11 +38,16 @@ struct UndigestedFile {
     std::string reason;
 };
 
+// How far the look at beginnings and ends is.
+struct SampleProgress {
+    std::uint64_t files = 0, totalFiles = 0;
+};
+
 // A search for files of the same content in measured folders: which of them need a digest, and what the digests tell.
-// Looks at the status of files on the disk once more, not at their content: links, and what has gone or has another
-// size by now, are left out; names of one file are known by it. A name that is reached by several ways, through links
-// to folders or folders that are mounted twice, is one: by its folder's device and inode. Calls in this order:
-// addFolder() for each folder, prepare(), then nodesToDigest() are digested, finish(). Main thread.
+// Looks at files on the disk once more: links, and what has gone or has another size by now, are left out; names of one
+// file are known by it; files whose beginnings or ends differ need no digest. A name that is reached by several ways,
+// through links to folders or folders that are mounted twice, is one: by its folder's device and inode. Calls in this
+// order: addFolder() for each folder, prepare(), then nodesToDigest() are digested, finish(). Main thread.
 class DuplicateSearch {
   public:
     explicit DuplicateSearch(std::uint64_t smallestSize) : _smallestSize(smallestSize) {}
@@ -52,8 +58,11 @@ class DuplicateSearch {
     void setNow(std::function<double()> now) { _now = std::move(now); }
     // Takes over the tree. REQUIRES: there is one.
     void addFolder(TuvRef<TuvDirNode> root) { _roots.push_back(std::move(root)); }
-    // Finds files of the same size, and which of their digests the cache knows; null: none.
-    void prepare(DigestCache* cache);
+    // Is told how far prepare() is, often; false gives up.
+    using GoesOn = std::function<bool(const SampleProgress&)>;
+    // Finds files of the same size and what the cache knows of their digests (null: none), and leaves out those that
+    // a look at their beginnings and ends tells apart. False when it was given up.
+    bool prepare(DigestCache* cache, const GoesOn& goesOn = nullptr);
     // One name of each file without a digest. Node IDs tell files apart over all folders now.
     const TuvObjectArray* nodesToDigest() const { return _toDigest.get(); }
     // `fresh`: the records of those nodes, as far as they were made; they go into the cache, too. The largest waste
@@ -69,9 +78,11 @@ class DuplicateSearch {
     struct File {
         bool isKnown = false;  // the disk told what follows
         FileIdentity identity;
-        std::uint64_t links = 0;  // names that the disk counts
-        std::uint64_t names = 0;  // found so far
-        std::int64_t seen = 0;    // when; nanoseconds since 1970
+        std::uint64_t links = 0;              // names that the disk counts
+        std::uint64_t names = 0;              // found so far
+        std::int64_t seen = 0;                // when; nanoseconds since 1970
+        bool hasDigest = false;               // that was known before
+        std::optional<std::uint64_t> sample;  // of its content; nothing: not taken, or it cannot be read by us
     };
     using FileKey = std::pair<std::uint64_t, std::uint64_t>;
     using FolderKey = std::pair<FileKey, std::string>;  // device and inode; where they are not known, the path
@@ -79,12 +90,18 @@ class DuplicateSearch {
     const FolderKey& folderOf(const TuvNode* node);
     bool lookAt(TuvNode* node);
     void takeGroup(const TuvObjectArray* group);
-    void chooseNodesToDigest(DigestCache* cache);
+    void addGroup(TuvRef<TuvObjectArray> members);
+    void takeKnownDigests(DigestCache& cache);
+    bool isWhollyKnown(const TuvObjectArray* group) const;
+    bool takeSamples(const GoesOn& goesOn);
+    void splitBySample();
+    TuvRef<TuvObjectArray> oneNameOfEach(const TuvObjectArray* groups) const;
     void takeIn(const TuvObjectArray* fresh, DigestCache& cache);
     TuvRef<TuvObjectArray> splitByDigest(const TuvObjectArray* records) const;
     DuplicateGroup described(const TuvObjectArray* group) const;
     std::uint64_t wasteOf(const TuvObjectArray* group) const;
     const File& fileOf(const TuvNode* node) const { return _files[node->inode() - 1]; }
+    File& fileOf(const TuvNode* node) { return _files[node->inode() - 1]; }
 
     const std::uint64_t _smallestSize;
     std::function<double()> _now = [] { return Clock::system().wallSeconds(); };

@@ -68,6 +68,8 @@ class MeasurementSource {
     };
     virtual ~MeasurementSource() = default;
     virtual Measurement measure(const std::string& path, const Callbacks& callbacks) = 0;
+    // Says that commands will follow: what they need is made ready while folders are measured.
+    virtual void prepareCommands() {}
     // Has one of the other commands done, by its name on the bus, and waits for its end as long as it takes: runs the
     // main loop meanwhile and asks `interrupted` often. One that changes files is better waited for: what an abandoned
     // one still does is told nobody. The server that measured is gone by then; another one is found or started, and

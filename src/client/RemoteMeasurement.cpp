@@ -29,7 +29,8 @@ class Job {
         : _connection(connection), _path(path), _callbacks(callbacks), _patience(patience), _reader(path) {}
     ~Job() { _connection.bus().unsubscribe(_subscription); }
 
-    void run(Measurement& measurement);
+    // `whileItStarts` is called when the server has been asked.
+    void run(Measurement& measurement, const std::function<void()>& whileItStarts);
     // True when nothing came of it because the server was about to end when it was found.
     bool shouldBeTriedAgain() const;
 
@@ -106,10 +107,11 @@ bool Job::isOver() const {
            _unanswered >= kUnansweredLimit;
 }
 
-void Job::run(Measurement& measurement) {
+void Job::run(Measurement& measurement, const std::function<void()>& whileItStarts) {
     const int pid = _connection.serverPid();
     if (pid) measurement.serverIdleMemory = currentMemoryOfProcess(pid);
     start();
+    whileItStarts();
     RunLoop& loop = RunLoop::main();
     while (!loop.runUntil([this] { return isOver() || _callbacks.interrupted(); }, kProgressInterval)) {
         watch();
@@ -195,7 +197,7 @@ Measurement RemoteMeasurement::measure(const std::string& path, const Callbacks&
             break;
         }
         Job job(*_connection, path, callbacks, _patience);
-        job.run(measurement);
+        job.run(measurement, [&] { prepareCommandServer(callbacks.interrupted); });
         _serverEnds = measurement.ok();
         if (!job.shouldBeTriedAgain()) break;
     }

@@ -23,18 +23,28 @@ class RemoteMeasurement final : public MeasurementSource {
     explicit RemoteMeasurement(ServerConnection::Options options) : RemoteMeasurement(std::move(options), Patience()) {}
     RemoteMeasurement(ServerConnection::Options options, const Patience& patience)
         : _options(std::move(options)), _patience(patience) {}
+    ~RemoteMeasurement() override;
     Measurement measure(const std::string& path, const Callbacks& callbacks) override;
+    // On the session's bus alone: a server of a bus that was named is there for all commands.
+    void prepareCommands() override { _preparesCommands = _options.bus == "session"; }
     CommandReply command(std::string_view member, const std::vector<BusValue>& arguments,
                          const std::function<bool()>& interrupted) override;
 
   private:
     bool connect(const ServerConnection::Interrupted& interrupted, std::string* failure);
+    void prepareCommandServer(const ServerConnection::Interrupted& interrupted);
+    void usePreparedServer();
     bool hasCommandServer() const;
     std::string failureOf(const std::optional<BusReply>& reply, bool serverIsGone);
 
     const ServerConnection::Options _options;
     const Patience _patience;
     std::unique_ptr<ServerConnection> _connection;
+    // With a server that has been asked to make itself ready for commands, on a bus of its own: there is one server on
+    // a bus, and the one that measures ends with its job.
+    std::unique_ptr<ServerConnection> _prepared;
+    std::unique_ptr<ServerConnection> _measuring;  // the connection before that one was used
+    bool _preparesCommands = false;
     bool _serverEnds = false;    // it has completed its job
     std::string _commandServer;  // that has answered a command
 };

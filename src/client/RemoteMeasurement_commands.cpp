@@ -1,4 +1,5 @@
 #include <memory>
+#include <utility>
 
 #include "client/RemoteMeasurement.h"
 #include "client/TrashFailures.h"
@@ -14,6 +15,34 @@ constexpr double kPollSeconds = 0.1;
 constexpr double kNoLimit = -1;
 
 }  // namespace
+
+RemoteMeasurement::~RemoteMeasurement() {
+    if (_prepared) _prepared->dropServer();
+}
+
+// The first command that needs its engine keeps a server busy for a second. Where it does not work out, commands start
+// a server when they come.
+void RemoteMeasurement::prepareCommandServer(const ServerConnection::Interrupted& interrupted) {
+    if (!_preparesCommands) return;
+    _preparesCommands = false;
+    ServerConnection::Options options = _options;
+    options.hasOwnBus = true;
+    std::string failure;
+    _prepared = ServerConnection::open(options, &failure);
+    if (!_prepared) return;
+    if (!_prepared->ensureServer(interrupted, &failure)) {
+        _prepared = nullptr;
+        return;
+    }
+    _prepared->callAsync("stopSizing", {}, kNoLimit, [](BusReply) {});
+}
+
+void RemoteMeasurement::usePreparedServer() {
+    if (!_prepared || _prepared->isBusClosed() || _prepared->server().empty()) return;
+    _measuring = std::exchange(_connection, std::move(_prepared));
+    _serverEnds = false;
+    _commandServer = _connection->server();
+}
 
 // The server of the command before is not asked first whether it is there.
 bool RemoteMeasurement::hasCommandServer() const {
@@ -38,6 +67,7 @@ std::string RemoteMeasurement::failureOf(const std::optional<BusReply>& reply, b
 CommandReply RemoteMeasurement::command(std::string_view member, const std::vector<BusValue>& arguments,
                                         const std::function<bool()>& interrupted) {
     CommandReply result;
+    usePreparedServer();
     if (!hasCommandServer() && !connect(interrupted, &result.failure)) {
         result.interrupted = result.failure.empty();
         return result;

@@ -39,11 +39,11 @@ BusReply answerClientCall(const BusCall& call) {
 std::unique_ptr<ServerConnection> ServerConnection::open(const Options& options, std::string* failure) {
     std::unique_ptr<ServerConnection> connection(new ServerConnection(options));
     bool nameTaken = false;
-    if (connection->join(options.bus, &nameTaken, failure)) {
+    if (!options.hasOwnBus && connection->join(options.bus, &nameTaken, failure)) {
         if (options.bus != "session" || !connection->hasServerWithoutOurArguments()) return connection;
         connection->leave();
     }
-    if (options.bus != "session") return nullptr;
+    if (options.bus != "session" && !options.hasOwnBus) return nullptr;
     // No session bus, or another client or a server of others on it: a bus of our own.
     std::string address;
     if (!connection->startPrivateBus(&address, failure)) return nullptr;
@@ -220,6 +220,10 @@ bool ServerConnection::waitForServerEnd(double seconds, const Interrupted& inter
     }
     endServerProcess();
     return isGone();
+}
+
+void ServerConnection::dropServer() {
+    if (_serverProcess) _serverProcess->kill();
 }
 
 int ServerConnection::serverPid() const {

@@ -19,6 +19,7 @@ namespace kavaro {
 class ServerConnection {
   public:
     struct Options {
+        bool hasOwnBus = false;                    // whatever `bus` says
         std::string bus = "session";               // "session", "system" or an address
         std::string serverProgram;                 // absolute path; empty: "kavarod" beside this program
         std::vector<std::string> serverArguments;  // "-key", "value", ...
@@ -41,6 +42,8 @@ class ServerConnection {
     bool waitForServerEnd(double seconds, const Interrupted& interrupted);
     const std::string& server() const { return _server; }  // unique name, empty when there is none
     bool startedServer() const { return _serverProcess != nullptr; }
+    // Ends the server that this client started without a word. For one that has done nothing.
+    void dropServer();
     int serverPid() const;  // 0 when this client did not start it
     // How the server that this client started ended, for people; empty while it runs or when it is not known.
     std::string serverEnd();

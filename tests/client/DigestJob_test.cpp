@@ -67,24 +67,24 @@ TEST(DigestJob, AsksInChunksOfBytesAndOfFiles) {
     std::vector<DigestProgress> progress;
     const DigestResult result = digest(nodes.get(), source, &progress);
     EXPECT_EQ(result.failure, "");
-    EXPECT_THAT(source.asked, ElementsAre(ElementsAre(1), ElementsAre(2), ElementsAre(7), ElementsAre(3, 4),
-                                          ElementsAre(5, 6), ElementsAre(8)));
+    EXPECT_THAT(source.asked, ElementsAre(ElementsAre(1, 2, 7), ElementsAre(3, 4), ElementsAre(5, 6), ElementsAre(8)))
+        << "large ones side by side";
     ASSERT_EQ(result.records->count(), 8);
     for (int i = 0; i < 8; ++i) {
         const TuvNodeMD5Hash* record = recordAt(result.records.get(), i);
         EXPECT_EQ(record->md5Hash(), std::to_string(record->inode()));
     }
-    // Before each of the six calls, once while it lasts, and at the end.
-    ASSERT_EQ(progress.size(), 13u);
+    // Before each of the four calls, once while it lasts, and at the end.
+    ASSERT_EQ(progress.size(), 9u);
     EXPECT_EQ(progress[0].bytes, 0u);
     EXPECT_EQ(progress[1].bytes, 0u);
     EXPECT_GE(progress[1].waited, 0);
     EXPECT_EQ(progress[0].totalBytes, nodes->logicalSize());
-    EXPECT_EQ(progress[6].bytes, 4 * kChunk + (5ull << 30));
-    EXPECT_EQ(progress[6].files, 3u);
-    EXPECT_EQ(progress[10].totalFiles, 8u);
-    EXPECT_EQ(progress[12].bytes, nodes->logicalSize());
-    EXPECT_EQ(progress[12].files, 8u);
+    EXPECT_EQ(progress[2].bytes, 4 * kChunk + (5ull << 30));
+    EXPECT_EQ(progress[2].files, 3u);
+    EXPECT_EQ(progress[6].totalFiles, 8u);
+    EXPECT_EQ(progress[8].bytes, nodes->logicalSize());
+    EXPECT_EQ(progress[8].files, 8u);
 }
 
 TEST(DigestJob, SmallFilesAreAskedForInNumbers) {
@@ -94,6 +94,13 @@ TEST(DigestJob, SmallFilesAreAskedForInNumbers) {
     ASSERT_EQ(source.asked.size(), 3u);
     EXPECT_EQ(source.asked[0].size(), static_cast<std::size_t>(kDigestChunkFiles));
     EXPECT_EQ(source.asked[2].size(), 500u);
+}
+
+TEST(DigestJob, LargeFilesAreAskedForAFewAtATime) {
+    FakeSource source;
+    const auto nodes = nodesOf(std::vector<std::uint64_t>(5, 1ull << 40));
+    EXPECT_EQ(digest(nodes.get(), source).records->count(), 5);
+    EXPECT_THAT(source.asked, ElementsAre(ElementsAre(1, 2, 3, 4), ElementsAre(5)));
 }
 
 TEST(DigestJob, NothingIsNotAskedFor) {
@@ -108,18 +115,18 @@ TEST(DigestJob, AFailureKeepsWhatCameBefore) {
     source.refusal = [&](CommandReply& reply) {
         if (source.asked.size() == 2) reply.failure = "the server went away.";
     };
-    const DigestResult result = digest(nodesOf({kChunk, kChunk, kChunk}).get(), source);
+    const DigestResult result = digest(nodesOf(std::vector<std::uint64_t>(9, kChunk)).get(), source);
     EXPECT_EQ(result.failure, "the server went away.");
-    EXPECT_EQ(idsOf(result.records.get()), std::vector<std::uint32_t>{1});
+    EXPECT_EQ(idsOf(result.records.get()), (std::vector<std::uint32_t>{1, 2, 3, 4}));
     EXPECT_EQ(source.asked.size(), 2u);
 }
 
 TEST(DigestJob, AnInterruptionKeepsWhatCameBefore) {
     FakeSource source;
-    const DigestResult result =
-        digestFiles(nodesOf({kChunk, kChunk, kChunk}).get(), source, nullptr, [&] { return source.asked.size() == 2; });
+    const DigestResult result = digestFiles(nodesOf(std::vector<std::uint64_t>(9, kChunk)).get(), source, nullptr,
+                                            [&] { return source.asked.size() == 2; });
     EXPECT_TRUE(result.interrupted);
-    EXPECT_EQ(idsOf(result.records.get()), std::vector<std::uint32_t>{1});
+    EXPECT_EQ(idsOf(result.records.get()), (std::vector<std::uint32_t>{1, 2, 3, 4}));
 }
 
 TEST(DigestJob, AnswersThatAreNotToTheQuestionAreRefused) {

@@ -2,6 +2,7 @@
 import base64
 import json
 import os
+import re
 import signal
 import subprocess
 import unittest
@@ -126,6 +127,17 @@ class Duplicates(harness.Case):
         self.assertEqual(server.wait(timeout=harness.PATIENCE), 0, 'it measured, and ended with its job')
         self.assertFalse(self.has_owner(harness.SERVER_NAME), 'the one for the digests ended with the client')
 
+    def test_the_server_for_digests_gets_ready_while_another_one_measures(self):
+        self.make_files()
+        lines = self.kavaro('duplicates', '--verbose', '--json', self.tree).stderr.splitlines()
+        servers = re.findall(r' (\d+)\.\d+ info  TuvNodeFactory _startWorkingThread: ', '\n'.join(lines))
+        self.assertEqual(len(set(servers)), 2)
+        digesting = next(line.split()[2].split('.')[0] for line in lines if 'fileDuplicates:header:' in line)
+        ready = next(i for i, line in enumerate(lines)
+                     if '_startWorkingThread' in line and line.split()[2].startswith(digesting + '.'))
+        completed = next(i for i, line in enumerate(lines) if '_completedNode:' in line)
+        self.assertLess(ready, completed)
+
     def big_files(self):
         memory = '/dev/shm' if os.access('/dev/shm', os.W_OK) else self.folder
         self.tree = os.path.join(memory, f'kavaro-e2e {os.getpid()} big')
@@ -158,9 +170,9 @@ class Duplicates(harness.Case):
     def test_a_server_that_dies(self):
         self.big_files()
         client, said = self.started()
-        server = harness.child_named(client.pid, 'kavarod')
-        self.assertTrue(server)
-        os.kill(server, signal.SIGKILL)
+        servers = [child for child in harness.children(client.pid) if harness.name_of(child) == 'kavarod']
+        self.assertTrue(servers)
+        os.kill(servers[-1], signal.SIGKILL)  # the one before has measured
         out, _ = client.communicate(timeout=harness.PATIENCE)
         self.assertEqual(client.returncode, 1)
         self.assertIn('the server went away in the middle (it ended with signal 9)', said())

@@ -47,6 +47,7 @@ class CleanupRemoval {
     int measure() {
         // Nobody follows links for us when it comes to removing.
         _measurements.resolveLinks();
+        if (!_options.confirm.dryRun) _measurements.prepareCommands();
         _measurements.run([&](const std::string& argument, Measurement& measurement) {
             if (_plan.call == CleanupCall::removeLocales)
                 addLanguages(measurement);

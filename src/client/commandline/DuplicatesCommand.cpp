@@ -27,11 +27,12 @@ class DuplicatesCommand {
 
     int run() {
         const double begin = _context.clock->monotonicSeconds();
+        _measurements.prepareCommands();
         _measurements.run([this](const std::string&, Measurement& measurement) { return take(measurement); });
         if (_measurements.exitCode() == kExitInterrupted || _outcome.folders.empty()) return _measurements.exitCode();
         _cache.load();
-        _search.prepare(_options.fresh ? nullptr : &_cache);
-        const DigestResult digests = digest();
+        DigestResult digests = {make<TuvObjectArray>(), true, {}};
+        if (prepare()) digests = digest();
         if (!digests.failure.empty()) {
             writeError(_context, withProgramName(digests.failure));
             _measurements.fail(kExitFailed);
@@ -69,11 +70,25 @@ class DuplicatesCommand {
         return true;
     }
 
+    void showLine(std::optional<LiveLine>& line) const {
+        if (_context.errorIsTerminal) line.emplace(_context.error, _context.errorColumns, *_context.clock);
+    }
+
+    // False when the user has had enough.
+    bool prepare() {
+        std::optional<LiveLine> line;
+        showLine(line);
+        return _search.prepare(_options.fresh ? nullptr : &_cache, [&](const SampleProgress& progress) {
+            if (line) line->show(progress);
+            return !_measurements.isInterrupted();
+        });
+    }
+
     DigestResult digest() {
         const TuvObjectArray* nodes = _search.nodesToDigest();
         if (nodes->count() == 0) return {make<TuvObjectArray>(), false, {}};
         std::optional<LiveLine> line;
-        if (_context.errorIsTerminal) line.emplace(_context.error, _context.errorColumns, *_context.clock);
+        showLine(line);
         return digestFiles(
             nodes, _measurements.source(),
             [&](const DigestProgress& progress) {

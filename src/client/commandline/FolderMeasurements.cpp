@@ -21,6 +21,7 @@ void FolderMeasurements::fail(int exitCode) {
 
 void FolderMeasurements::run(const Show& show) {
     prepareLog();
+    if (_preparesCommands) source().prepareCommands();
     for (const std::string& folder : _options.folders) {
         if (!measureOne(folder, show) || _exitCode == kExitInterrupted) return;
     }

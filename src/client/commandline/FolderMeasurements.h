@@ -41,6 +41,8 @@ class FolderMeasurements {
     // Each folder is measured, and named, by its path without links. What is to be changed later is then what was
     // measured, whatever becomes of a link that was named. Call before run().
     void resolveLinks() { _resolvesLinks = true; }
+    // Commands for the server will follow: what they need is made ready while folders are measured. Call before run().
+    void prepareCommands() { _preparesCommands = true; }
     // On standard error: that folders could not be looked into, with `lists` which and why. Nothing where all were.
     void reportUnread(const std::string& argument, const Measurement& measurement, bool lists) const;
     // What measured the folders: it has other commands for the server, too. Made when there is none yet.
@@ -63,6 +65,7 @@ class FolderMeasurements {
     const CommandContext& _context;
     const Part _part;
     bool _resolvesLinks = false;
+    bool _preparesCommands = false;
     std::unique_ptr<MeasurementSource> _source;
     int _exitCode = kExitDone;
 };

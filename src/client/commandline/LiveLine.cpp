@@ -56,6 +56,14 @@ void LiveLine::show(const MeasurementProgress& progress) {
     draw([&](std::size_t columns) { return text(progress, columns); });
 }
 
+void LiveLine::show(const SampleProgress& progress) {
+    draw([&](std::size_t columns) {
+        return cutInMiddle(
+            std::to_string(progress.files) + " of " + counted(progress.totalFiles, "file", "files") + " looked into",
+            columns);
+    });
+}
+
 void LiveLine::show(const DigestProgress& progress) {
     draw([&](std::size_t columns) { return cutInMiddle(digestText(progress), columns); });
 }

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "client/DigestJob.h"
+#include "client/DuplicateSearch.h"
 #include "client/Measurement.h"
 #include "platform/Clock.h"
 
@@ -24,6 +25,7 @@ class LiveLine {
     ~LiveLine() { erase(); }
 
     void show(const MeasurementProgress& progress);
+    void show(const SampleProgress& progress);
     void show(const DigestProgress& progress);
     void erase();
 

@@ -31,6 +31,7 @@ class SlimCommand {
 
     int run() {
         if (_options.apply) _measurements.resolveLinks();
+        _measurements.prepareCommands();
         _measurements.run([this](const std::string& argument, Measurement& measurement) {
             if (measurement.interrupted) return false;
             _offers.push_back(slimCandidates(argument, std::move(measurement)));

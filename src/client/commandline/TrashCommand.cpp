@@ -56,6 +56,7 @@ class TrashCommand {
             _folders.folders.push_back(item.path);
             items[item.path] = &item;
         }
+        if (!_options.confirm.dryRun) _measurements.prepareCommands();
         _measurements.run([&](const std::string& argument, Measurement& measurement) {
             items[argument]->bytes = measurement.root->physicalSize();
             plan->isLowerBound |= measurement.partial || !measurement.unread.empty();

@@ -71,7 +71,7 @@ TEST_F(DuplicatesCommandTest, ShowsGroupsAndWhatTheyWaste) {
     EXPECT_EQ(run.output(), "2 files of 4.9 KB, 8.0 KB wasted\n  " + at("a") + "\n  " + at("b") +
                                 "\n\n1 group of 2 files, 8.0 KB wasted\n");
     EXPECT_EQ(run.error(), "");
-    EXPECT_EQ(digested, 3);
+    EXPECT_EQ(digested, 2) << "the third of that size begins otherwise";
 }
 
 TEST_F(DuplicatesCommandTest, MarksHardLinks) {
