@@ -16,6 +16,12 @@
 
 namespace kavaro {
 
+// Whether anything is at the path, be it a link that leads nowhere.
+inline bool isThere(const std::string& path) {
+    struct stat info {};
+    return lstat(path.c_str(), &info) == 0;
+}
+
 // A new folder below TMPDIR (else /tmp) that is removed with all it holds when the object goes: also folders that may
 // not be read, and trees deeper than a path may be long. Links are removed and never followed. One descriptor is open
 // at a time.

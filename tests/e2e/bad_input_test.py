@@ -237,7 +237,7 @@ class BadInput(harness.Case):
         closed = self.make('closed')
         os.chmod(closed, 0o500)
         without = {name: value for name, value in self.environment.items() if name != 'HOME'}
-        homes = ('', '/nonexistent', closed, '/dev/null', 'relative')
+        homes = ('', '/proc/nonexistent', closed, '/dev/null', 'relative')
         self.assert_measured([without] + [dict(without, HOME=home) for home in homes])
 
     def test_session_buses_that_are_of_no_use(self):

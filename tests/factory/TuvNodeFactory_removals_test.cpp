@@ -2,17 +2,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "TempFolder.h"
 #include "factory/EngineTest.h"
 
 namespace kavaro {
 namespace {
 
 using testing::ElementsAre;
-
-bool isThere(const std::string& path) {
-    struct stat info {};
-    return lstat(path.c_str(), &info) == 0;
-}
 
 class TuvNodeFactoryRemovals : public EngineTest {
   protected:

@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include "TempFolder.h"
 #include "factory/EngineTest.h"
 #include "factory/FakeWorkspace.h"
 #include "platform/UserDefaults.h"
@@ -12,11 +12,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
-
-bool isThere(const std::string& path) {
-    struct stat info {};
-    return lstat(path.c_str(), &info) == 0;
-}
 
 // On the real disk, with a desktop of the test's own.
 class TuvNodeFactoryTrash : public EngineTest {

@@ -19,11 +19,6 @@ namespace {
 
 constexpr int kRounds = 3000;
 
-bool isThere(const std::string& path) {
-    struct stat info {};
-    return lstat(path.c_str(), &info) == 0;
-}
-
 // `temp`/outside holds what must stay. `temp`/decoy is a link to it, `temp`/work the place where removals run.
 class RemovalRace : public testing::Test {
   protected:

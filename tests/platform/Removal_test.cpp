@@ -18,11 +18,6 @@
 namespace kavaro {
 namespace {
 
-bool isThere(const std::string& path) {
-    struct stat info {};
-    return lstat(path.c_str(), &info) == 0;
-}
-
 std::string failureOf(const Removal& removal) {
     return std::to_string(removal.error) + " " + removal.path + ": " + removal.reason;
 }

@@ -23,11 +23,6 @@ namespace {
 constexpr const char* kRefused = "mounting refused";
 constexpr const char* kNoTrash = "there is no Trash on its volume, and nothing is copied to another one";
 
-bool isThere(const std::string& path) {
-    struct stat info {};
-    return lstat(path.c_str(), &info) == 0;
-}
-
 void makeFile(const std::string& path) {
     close(open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644));
 }

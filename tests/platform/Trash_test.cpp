@@ -22,11 +22,6 @@ using testing::HasSubstr;
 
 constexpr double kNow = 1795226553;  // 2026-11-21 02:02:33 UTC
 
-bool isThere(const std::string& path) {
-    struct stat info {};
-    return lstat(path.c_str(), &info) == 0;
-}
-
 mode_t modeOf(const std::string& path) {
     struct stat info {};
     return lstat(path.c_str(), &info) == 0 ? info.st_mode : 0;

@@ -1,7 +1,7 @@
 // The commands that move to the Trash and remove, over the bus.
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 
+#include "TempFolder.h"
 #include "server/ServerTest.h"
 
 namespace kavaro {
@@ -11,11 +11,6 @@ using testing::ElementsAre;
 using testing::IsSupersetOf;
 
 constexpr const char* kBadPaths = "every path must be an absolute path without a NUL byte";
-
-bool isThere(const std::string& path) {
-    struct stat info {};
-    return lstat(path.c_str(), &info) == 0;
-}
 
 class RemovalCommands : public ServerTest {
   protected:

@@ -1,6 +1,5 @@
 // `languages --remove` and `nibs --remove` on a tree that is on the disk and in the measurement alike.
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "ScopedEnvironment.h"
@@ -16,11 +15,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
-
-bool isThere(const std::string& path) {
-    struct stat info {};
-    return lstat(path.c_str(), &info) == 0;
-}
 
 class CleanupRemoval : public testing::Test {
   protected:
