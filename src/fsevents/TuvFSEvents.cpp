@@ -128,6 +128,8 @@ void TuvFSEvents::_listenForFSEventsFromFileTH() {
 void TuvFSEvents::_resolveFSEventsTH() {
     if (eventLock()) return;
     const BatchResolver::Pacing pacing = listensFromLogFile() ? BatchResolver::kSimulation : BatchResolver::kLive;
+    raiseThreadPriority();
+    TuvLog::debug(tuvFSEventsLog, "_resolveFSEventsTH:", "starting ...");
     auto* lock = new ConditionLock(0);
     ConditionLock* none = nullptr;
     if (!_eventLock.compare_exchange_strong(none, lock)) {

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +16,7 @@
 #include "TempFolder.h"
 #include "fsevents/EventRecording.h"
 #include "fsevents/Records.h"
+#include "platform/Thread.h"
 #include "platform/UserDefaults.h"
 
 namespace kavaro {
@@ -48,11 +50,13 @@ class GateClock : public Clock {
     double monotonicSeconds() override { return 0; }
     double wallSeconds() override { return 0; }
     void sleep(double seconds) override {
+        if (seconds == 15) niceOfResolver = getpriority(PRIO_PROCESS, 0);  // of the thread
         if (seconds > 1) opened.wait(false);
         if (seconds == 0.01) ++shortPauses;
     }
     std::atomic<bool> opened{false};
     std::atomic<int> shortPauses{0};
+    std::atomic<int> niceOfResolver{100};
 };
 
 // Settings of nobody.
@@ -145,6 +149,33 @@ TEST_F(ListenerTest, aVolumeThatIsNotThereIsNoQuestionOfRights) {
     EXPECT_THAT(log.texts(), ElementsAre("", "/none at all: No such file or directory", "completed"));
 }
 
+void waitFor(const std::function<bool()>& done) {
+    while (!done()) std::this_thread::yield();
+}
+
+TEST_F(ListenerTest, theResolvingThreadComesFirst) {
+    LogCapture log(LogLevel::debug);
+    TuvFSEvents::Surroundings surroundings;
+    GateClock& clock = *new GateClock;  // as above
+    surroundings.clock = &clock;
+    auto& listener = *new TuvFSEvents(surroundings);
+    std::thread([&] { listener._resolveFSEventsTH(); }).detach();
+    waitFor([&] { return clock.niceOfResolver != 100; });
+    int raised = 0;
+    std::thread([&] {
+        raiseThreadPriority();
+        raised = getpriority(PRIO_PROCESS, 0);
+    }).join();
+    EXPECT_EQ(clock.niceOfResolver, raised);
+    listener._resolveFSEventsTH();  // says nothing
+    ASSERT_EQ(log.lines().size(), 2u);
+    const LogCapture::Line first = log.lines()[0];
+    EXPECT_EQ(first.level, LogLevel::debug);
+    EXPECT_EQ(first.component, "TuvFSEvents");
+    EXPECT_EQ(first.selector, "_resolveFSEventsTH:");
+    EXPECT_THAT(log.texts(), ElementsAre("starting ...", "will sleep 15 seconds ..."));
+}
+
 // A device that stays, with nothing to tell.
 class QuietDevice : public EventDevice {
   public:
@@ -156,10 +187,6 @@ class QuietDevice : public EventDevice {
     bool isGone() const override { return false; }
     int overflows() const override { return 0; }
 };
-
-void waitFor(const std::function<bool()>& done) {
-    while (!done()) std::this_thread::yield();
-}
 
 TEST_F(ListenerTest, listensOnce) {
     LogCapture log;
@@ -183,6 +210,37 @@ TEST_F(ListenerTest, listensOnce) {
     EXPECT_FALSE(log.contains("already listening"));
     TuvFSEvents::startFSEvents();
     EXPECT_EQ(log.count(LogLevel::error, "already listening"), 1);
+}
+
+TEST_F(ListenerTest, aStartForgetsWhatAnEarlierOneLeft) {
+    LogCapture log;
+    TuvFSEvents::Surroundings surroundings;
+    GateClock& clock = *new GateClock;  // as above; the resolving thread does not get past its first pause
+    surroundings.clock = &clock;
+    surroundings.openDevice = [](const std::string&, EventDevice::Problem*) { return nullptr; };
+    auto& listener = *new TuvFSEvents(surroundings);
+    listener.listenForFileChanges();
+    waitFor([&] { return listener.eventLock() && log.contains("completed"); });
+    ConditionLock& lock = *listener.eventLock();
+    TuvFSEvent::setAcceptedDevice(kTestDevice);
+    for (const std::uint32_t inode : {1u, 2u}) {
+        TuvRef<TuvFSEvent> event = make<TuvFSEvent>(TuvFSEvent::intType("CREATE_FILE"));
+        event->setInode(inode);
+        event->setDevice(kTestDevice);
+        event->setFilePath("/a");
+        listener.addEvent(std::move(event));
+    }
+    lock.lock();
+    EXPECT_EQ(listener.events().count(), 2);
+    EXPECT_EQ(lock.condition(), 1);
+    lock.unlock();
+    listener.listenForFileChanges();
+    lock.lock();
+    EXPECT_EQ(listener.events().count(), 0);
+    EXPECT_EQ(lock.condition(), 0);
+    lock.unlock();
+    waitFor([&] { return log.count("completed") == 2; });
+    EXPECT_EQ(listener.eventLock(), &lock);
 }
 
 TEST_F(ListenerTest, aReplayNeedsTheNameOfARecording) {
@@ -211,10 +269,13 @@ TEST_F(ListenerTest, aRecordingTakesThePlaceOfTheDevice) {
     GateClock& clock = *new GateClock;  // as above
     surroundings.clock = &clock;
     clock.opened = true;
+    surroundings.openDevice = [](const std::string&, EventDevice::Problem*) {
+        ADD_FAILURE() << "the device was opened";
+        return nullptr;
+    };
     auto& listener = *new TuvFSEvents(surroundings);
-    std::thread replay([&] { listener._listenForFSEventsFromFileTH(); });
-    std::thread([&] { listener._resolveFSEventsTH(); }).detach();
-    replay.join();
+    listener.listenForFileChanges();
+    waitFor([&] { return log.contains("completed"); });
     EXPECT_FALSE(log.contains("will sleep 15"));
     EXPECT_GE(log.count("will sleep 0 seconds ..."), 1);
     EXPECT_EQ(log.count("got 1 items (1 top level added) for batch with 1 items"), 2);
