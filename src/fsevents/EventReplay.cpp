@@ -1,6 +1,7 @@
 #include "fsevents/EventReplay.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <utility>
 
@@ -17,6 +18,7 @@ namespace {
 constexpr const char* kSelector = "_listenForFSEventsFromFileTH:";
 // What a recording says of a batch's size is a hint; more room than this is made when events come.
 constexpr int kMostRoom = 65536;
+constexpr const char* kNoStart = "their start row is missing or broken";
 
 // Without the mark behind the last child's entries.
 std::string_view withoutChildrenEnd(std::string_view row) {
@@ -55,7 +57,8 @@ EventReplay::Deliver EventReplay::toWaitingEvents(WaitingEvents& events, Conditi
 
 int EventReplay::replayFile(const std::string& path) {
     const int error = readFileInPieces(path, [this](std::string_view piece) { _rows.read(piece); });
-    if (error != 0) TuvLog::error(tuvFSEventsLog, kSelector, "%@: %s", path, std::strerror(error));
+    const char* reason = error == EINVAL ? "is no regular file" : std::strerror(error);
+    if (error != 0) TuvLog::error(tuvFSEventsLog, kSelector, "%@: %s", path, reason);
     finish();
     return error;
 }
@@ -71,12 +74,11 @@ void EventReplay::finish() {
         _clock.sleep(kLastPause);
         if (_rows.rowsRead() == 0) TuvLog::error(tuvFSEventsLog, kSelector, "no row in %llu bytes", _rows.bytesRead());
     }
-    if (_batch && _batch->count() > 0) {
-        _totals.undelivered = _batch->count();
-        TuvLog::error(tuvFSEventsLog, kSelector,
-                      "the last batch is left out (%d items): its end row is missing or the last row of the text",
-                      _batch->count());
-    }
+    // The last row is never read, not even one that was meant to be.
+    if (_rows.rest().find("inode=") != std::string_view::npos) ++(_batch ? _waitingEvents : _earlyEvents);
+    const std::uint64_t end = _rows.rowsRead() + 1;
+    leaveOut(&_earlyEvents, &_totals.withoutStart, end, kNoStart);
+    leaveOut(&_waitingEvents, &_totals.withoutEnd, end, "the end row is missing or the last row of the text");
     _batch = nullptr;
     TuvLog::info(tuvFSEventsLog, kSelector, "completed");
 }
@@ -114,14 +116,44 @@ void EventReplay::handleRow(std::string_view row) {
         beginBatch(static_cast<int>(count ? std::clamp<std::int64_t>(count->intValue(), 0, INT32_MAX) : 0));
     } else if (mark == "end") {
         endBatch();
-    } else if (_batch) {
-        ++_batchRows;
-        ++_totals.rows;
-        TuvFSEvent::addEvent(TuvFSEvent::eventFromString(*entries, false).leak(), _batch.get(), nullptr);
+    } else {
+        handleEvent(*entries);
     }
 }
 
+void EventReplay::handleEvent(const PropertyList& entries) {
+    TuvRef<TuvFSEvent> event = TuvFSEvent::eventFromString(entries, false);
+    if (_takesDevice && entries.get("device")) {
+        TuvFSEvent::setAcceptedDevice(event->device());
+        _takesDevice = false;
+    }
+    // Another recording may follow the row that closes one.
+    const bool isChange = entries.get("type") || entries.get("filePath");
+    if (!_batch) {
+        if (isChange) ++_earlyEvents;
+        return;
+    }
+    ++_batchRows;
+    ++_totals.rows;
+    if (isChange) {
+        if (event->device() != TuvFSEvent::acceptedDevice())
+            ++_totals.ofOtherDevices;
+        else
+            ++(event->shouldAddEvent() ? _waitingEvents : _totals.inOtherFolders);
+    }
+    TuvFSEvent::addEvent(event.leak(), _batch.get(), nullptr);
+}
+
+// Events that waited for another row than the one that has come.
+void EventReplay::leaveOut(std::int64_t* events, std::int64_t* total, std::uint64_t row, const char* why) {
+    if (*events == 0) return;
+    TuvLog::error(tuvFSEventsLog, kSelector, "%lld items up to row %llu are left out: %s", *events, row, why);
+    *total += std::exchange(*events, 0);
+}
+
 void EventReplay::beginBatch(int count) {
+    leaveOut(&_earlyEvents, &_totals.withoutStart, _rows.rowsRead(), kNoStart);
+    leaveOut(&_waitingEvents, &_totals.withoutEnd, _rows.rowsRead(), "this row starts a batch and none ended theirs");
     _batchStart = _clock.monotonicSeconds();
     _batchCount = count;
     _batchRows = 0;
@@ -133,10 +165,12 @@ void EventReplay::endBatch() {
     const double milliseconds = (_clock.monotonicSeconds() - _batchStart) * 1000;
     TuvLog::info(tuvFSEventsLog, kSelector, "got %d items (%d top level added) for batch with %d items, in %9.3f ms",
                  _batchRows, _batch ? _batch->count() : 0, _batchCount, milliseconds);
+    leaveOut(&_earlyEvents, &_totals.withoutStart, _rows.rowsRead(), kNoStart);
     if (!_batch) return;
     ++_totals.batches;
-    _deliver(
-        std::exchange(_batch, make<TuvObjectArray>()));  // rows up to the next start row belong to the next end row
+    _waitingEvents = 0;
+    // Rows up to the next start row belong to the next end row.
+    _deliver(std::exchange(_batch, make<TuvObjectArray>()));
 }
 
 }  // namespace kavaro

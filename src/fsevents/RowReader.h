@@ -22,6 +22,8 @@ class RowReader {
     void read(std::string_view piece);
     std::uint64_t bytesRead() const { return _bytesRead; }
     std::uint64_t rowsRead() const { return _rowsRead; }
+    // What is behind the last "index=", and that; the end of it when it is very long.
+    std::string_view rest() const { return _text; }
 
   private:
     void handOver(std::string_view text);

@@ -31,7 +31,7 @@ std::vector<std::vector<std::string>> replayed(std::string_view text) {
     EventReplay replay(clock, [&](TuvRef<TuvObjectArray> batch) { batches.push_back(textsOf(*batch)); });
     replay.replayText(text);
     EXPECT_EQ(replay.totals().brokenRows, 0);
-    EXPECT_EQ(replay.totals().undelivered, 0);
+    EXPECT_EQ(replay.totals().leftOut(), 0);
     return batches;
 }
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <optional>
@@ -56,8 +57,9 @@ TEST_F(EventReplayTest, TheLastRowIsNotReplayed) {
     LogCapture capture;
     replay(kBegin + row("DELETE", 1, "/a") + kEnd);
     EXPECT_THAT(batches, IsEmpty());
-    EXPECT_EQ(totals().undelivered, 1);
-    EXPECT_EQ(capture.count(LogLevel::error, "the last batch is left out (1 items)"), 1);
+    EXPECT_EQ(totals().withoutEnd, 1);
+    const char* text = "1 items up to row 3 are left out: the end row is missing or the last row of the text";
+    EXPECT_EQ(capture.count(LogLevel::error, text), 1);
     EXPECT_EQ(capture.texts().back(), "completed");
 }
 
@@ -97,16 +99,44 @@ TEST_F(EventReplayTest, TextsWithoutARow) {
     EXPECT_THAT(batches, IsEmpty());
 }
 
+// What is never read counts, too, unless it is what closes a recording.
+TEST_F(EventReplayTest, RecordingsThatWereCut) {
+    LogCapture capture;
+    const std::string text = kBegin + row("CREATE_FILE", 1, "/a") + row("DELETE", 1, "/a");
+    for (const std::string& cut : {text, text + "index=\"0\"; ", text.substr(0, text.size() - 3)}) {
+        replay(cut);
+        EXPECT_EQ(totals().withoutEnd, 2) << cut;
+    }
+    replay(text.substr(0, 5) + row("DELETE", 1, "/a"));
+    EXPECT_EQ(totals().withoutStart, 1);
+    EXPECT_EQ(totals().leftOut(), 1);
+    EXPECT_THAT(batches, IsEmpty());
+    EXPECT_EQ(capture.count(LogLevel::error, "2 items up to row 3 are left out: the end row is missing or"), 2);
+}
+
 TEST_F(EventReplayTest, RowsOutsideOfBatches) {
+    LogCapture capture;
     replay(row("DELETE", 1, "/a") + kEnd + row("DELETE", 2, "/b") + kBegin + row("DELETE", 3, "/c") + kEnd +
            row("DELETE", 4, "/d") + kEnd + "index=");
     EXPECT_THAT(batches, ElementsAre(ElementsAre("DELETE 3 /c"), ElementsAre("DELETE 4 /d")));
     EXPECT_EQ(totals().rows, 2);
+    EXPECT_EQ(totals().withoutStart, 2);
+    EXPECT_EQ(totals().leftOut(), 2);
+    const char* reason = "are left out: their start row is missing or broken";
+    EXPECT_EQ(capture.count(LogLevel::error, std::string("1 items up to row 2 ") + reason), 1);
+    EXPECT_EQ(capture.count(LogLevel::error, std::string("1 items up to row 4 ") + reason), 1);
 }
 
 TEST_F(EventReplayTest, ABatchThatBeginsAgainIsForgotten) {
-    replay(kBegin + row("DELETE", 1, "/a") + kBegin + row("DELETE", 2, "/b") + kEnd + "index=");
-    EXPECT_THAT(batches, ElementsAre(ElementsAre("DELETE 2 /b")));
+    LogCapture capture;
+    replay(kBegin + row("DELETE", 1, "/a") + row("MODIFIED", 1, "/a") + kBegin + row("DELETE", 2, "/b") + kEnd +
+           "index=\"0\";\n" + row("DELETE", 3, "/c") + kBegin + kEnd + "index=");
+    EXPECT_THAT(batches, ElementsAre(ElementsAre("DELETE 2 /b"), IsEmpty()));
+    EXPECT_EQ(totals().withoutEnd, 3);
+    EXPECT_EQ(totals().leftOut(), 3);
+    const char* reason = "are left out: this row starts a batch and none ended theirs";
+    EXPECT_EQ(capture.count(LogLevel::error, std::string("2 items up to row 4 ") + reason), 1);
+    EXPECT_EQ(capture.count(LogLevel::error, std::string("1 items up to row 9 ") + reason), 1);
 }
 
 TEST_F(EventReplayTest, SizesOfBatchesAreHints) {
@@ -124,6 +154,23 @@ TEST_F(EventReplayTest, EventsThatDoNotPassAreDropped) {
            row("DELETE", 2, "/.fseventsd/x") + kEnd + "index=");
     EXPECT_THAT(batches, ElementsAre(IsEmpty()));
     EXPECT_EQ(totals().rows, 2);
+    EXPECT_EQ(totals().ofOtherDevices, 1);
+    EXPECT_EQ(totals().inOtherFolders, 1);
+    EXPECT_EQ(totals().leftOut(), 2);
+}
+
+TEST_F(EventReplayTest, TheDeviceOfTheRecording) {
+    const std::string rows = std::string("index=0; inode=; device=\"5\";\n") + kBegin +
+                             "index=0; inode=1; type=DELETE; device=39; filePath=\"/a device=\\\"7\\\"\";\n" +
+                             row("DELETE", 2, "/b") + kEnd + "index=";
+    EventReplay& replay = newReplay();
+    replay.acceptDeviceOfRecording();
+    replay.replayText(rows);
+    EXPECT_EQ(TuvFSEvent::acceptedDevice(), 39u);
+    EXPECT_EQ(totals().ofOtherDevices, 1);
+    newReplay().replayText(rows);
+    EXPECT_THAT(batches, ElementsAre(ElementsAre("DELETE 1 /a device=\"7\""), ElementsAre("DELETE 1 /a device=\"7\"")));
+    TuvFSEvent::setAcceptedDevice(kDevice);
 }
 
 TEST_F(EventReplayTest, EventsOfRows) {
@@ -171,6 +218,11 @@ TEST_F(EventReplayTest, FilesThatCannotBeRead) {
     EXPECT_EQ(newReplay().replayFile(folder.path() + "/missing"), ENOENT);
     EXPECT_THAT(capture.texts(), ElementsAre(folder.path() + "/missing: No such file or directory", "completed"));
     EXPECT_EQ(newReplay().replayFile(folder.path()), EISDIR);
+    const std::string pipe = folder.path("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    capture.clear();
+    EXPECT_EQ(newReplay().replayFile(pipe), EINVAL);
+    EXPECT_THAT(capture.texts(), ElementsAre(pipe + ": is no regular file", "completed"));
     EXPECT_EQ(newReplay().replayFile(""), ENOENT);
     EXPECT_EQ(newReplay().replayFile(folder.write("empty", "")), 0);
     EXPECT_THAT(clock.sleeps(), IsEmpty());

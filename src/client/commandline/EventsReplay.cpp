@@ -1,9 +1,6 @@
 // kavaro events replay
 #include <errno.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <optional>
 #include <utility>
 
 #include "client/commandline/Commands.h"
@@ -26,17 +23,21 @@ class NoPauses : public Clock {
     void sleep(double) override {}
 };
 
-// The device of the first event, as a recording is of one volume. Nothing where there is none nearby.
-std::optional<std::uint32_t> deviceOfRecording(const std::string& path) {
-    constexpr std::string_view kKey = " device=\"";
-    constexpr std::size_t kFarthest = 1 << 20;
-    std::ifstream stream(path, std::ios::binary);
-    std::string text(kFarthest, '\0');
-    stream.read(text.data(), static_cast<std::streamsize>(text.size()));
-    text.resize(static_cast<std::size_t>(stream.gcount()));
-    const std::size_t at = text.find(kKey);
-    if (at == std::string::npos) return std::nullopt;
-    return static_cast<std::uint32_t>(std::strtoll(text.c_str() + at + kKey.size(), nullptr, 10));
+// One line; empty when nothing was.
+std::string leftOutText(const EventReplay::Totals& totals) {
+    if (totals.leftOut() == 0) return {};
+    std::string reasons;
+    const auto add = [&](std::int64_t count, const std::string& reason) {
+        if (count == 0) return;
+        reasons += reasons.empty() ? "" : ", ";
+        reasons += counted(static_cast<std::uint64_t>(count), reason.c_str(), reason.c_str());
+    };
+    add(totals.withoutStart, "without the start of their batch");
+    add(totals.withoutEnd, "without its end");
+    add(totals.ofOtherDevices, "of other devices than " + std::to_string(TuvFSEvent::acceptedDevice()));
+    add(totals.inOtherFolders, "in folders that are never followed");
+    return counted(static_cast<std::uint64_t>(totals.leftOut()), "change", "changes") + " left out: " + reasons +
+           " (docs/recordings.md says more)\n";
 }
 
 // Shows every batch as it was recorded and as a server would have made it.
@@ -45,8 +46,8 @@ class Replay {
     explicit Replay(const CommandContext& context) : _context(context), _output(context.output) {}
 
     int run(const std::string& path) {
-        if (const auto device = deviceOfRecording(path)) TuvFSEvent::setAcceptedDevice(*device);
         EventReplay replay(_clock, [this](TuvRef<TuvObjectArray> batch) { show(*batch); });
+        replay.acceptDeviceOfRecording();
         // Nothing that was recorded is left out for having been undone.
         TuvFSEvent::setRunAsDataCollector(true);
         const int error = replay.replayFile(path);
@@ -57,6 +58,7 @@ class Replay {
         if (totals.brokenRows > 0)
             _output.write(counted(static_cast<std::uint64_t>(totals.brokenRows), "broken row", "broken rows") +
                           " left out\n");
+        _output.write(leftOutText(totals));
         _output.flush();
         if (_output.failed() && _output.error() != EPIPE) {
             writeError(_context,

@@ -239,6 +239,10 @@ TEST(EventsReplay, filesThatAreNoRecordings) {
     CommandRun gone;
     EXPECT_EQ(gone.run({"events", "replay", temp.path("none")}), kExitFailed);
     EXPECT_EQ(gone.error(), "kavaro: " + temp.path("none") + ": No such file or directory\n");
+    ASSERT_EQ(mkfifo(temp.path("pipe").c_str(), 0600), 0);
+    CommandRun pipe;
+    EXPECT_EQ(pipe.run({"events", "replay", temp.path("pipe")}), kExitFailed);
+    EXPECT_EQ(pipe.error(), "kavaro: " + temp.path("pipe") + ": is no regular file\n");
     for (const char* text : {"", "index=", "no row in here", "index=index=index="}) {
         CommandRun empty;
         EXPECT_EQ(empty.run({"events", "replay", temp.write("file", text)}), kExitDone) << text;
@@ -253,6 +257,34 @@ TEST(EventsReplay, filesThatAreNoRecordings) {
               kExitDone);
     EXPECT_THAT(broken.error(), HasSubstr("kavaro: rowString: "));
     EXPECT_THAT(broken.output(), HasSubstr("1 broken row left out\n"));
+    EXPECT_THAT(broken.output(), Not(HasSubstr("changes left out")));
+}
+
+TEST(EventsReplay, whatIsLeftOutIsSaid) {
+    const TempFolder temp;
+    const auto change = [](const char* device, const char* path) {
+        return std::string("index=0; inode=1; type=MODIFIED; device=") + device + "; filePath=\"" + path + "\";\n";
+    };
+    const std::string begin = "index=\"0\"; eventBatch=\"begin\"; batchCount=\"1\";\n";
+    const std::string end = "index=\"0\"; eventBatch=\"end\"; batchCount=\"1\";\n";
+    const std::string broken = "index=\"0\"; eventBatch=;\n";
+    CommandRun run;
+    EXPECT_EQ(run.run({"events", "replay",
+                       temp.write("file", broken + change("39", "/first") + end + begin + change("39", "/a") +
+                                              change("40", "/b") + change("39", "/.fseventsd/c") + end + begin +
+                                              change("39", "/d") + change("39", "/d") + broken + begin +
+                                              change("39", "/e"))}),
+              kExitDone);
+    EXPECT_EQ(run.output(),
+              "Batch 1: 1 change\n  modified  /a\n\nBatch 1, coalesced: 1 change\n  modified  /a\n\n"
+              "1 batch, 1 change, 1 change after coalescing\n"
+              "2 broken rows left out\n"
+              "6 changes left out: 1 without the start of their batch, 3 without its end, 1 of other devices than 39, "
+              "1 in folders that are never followed (docs/recordings.md says more)\n");
+    for (const char* text : {"kavaro: 1 items up to row 3 are left out: their start row is missing or broken\n",
+                             "kavaro: 2 items up to row 13 are left out: this row starts a batch and none ended ",
+                             "kavaro: 1 items up to row 14 are left out: the end row is missing or the last row "})
+        EXPECT_THAT(run.error(), HasSubstr(text));
 }
 
 }  // namespace
