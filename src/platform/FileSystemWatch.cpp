@@ -339,7 +339,8 @@ std::uint64_t FileSystemWatch::inodeOf(std::string_view handle) {
     if (_form != HandleForm::opaque) return inodeOfHandle(handle, _form);
     const FileDescriptor entry = _folders.openHandle(handle);
     struct stat info {};
-    return entry.isOpen() && fstat(entry.get(), &info) == 0 ? info.st_ino : 0;
+    if (entry.isOpen() && fstat(entry.get(), &info) == 0) _inodes.remember(handle, info.st_ino);
+    return _inodes.inodeOf(handle);
 }
 
 }  // namespace kavaro

@@ -11,6 +11,7 @@
 #include "platform/ByteBuffer.h"
 #include "platform/FileDescriptor.h"
 #include "platform/FolderPaths.h"
+#include "platform/HandleInodes.h"
 
 namespace kavaro {
 
@@ -29,9 +30,10 @@ struct FileSystemChange {
     bool isFolder = false;
     bool isThereAgain = false;  // created and deleted, in whatever order, and now there
     std::int32_t process = 0;   // 0 when unknown
-    std::uint64_t inode = 0;    // 0 when unknown
-    std::string path;           // absolute, as it was or, where the kernel was slower than the change, as it is now
-    std::string destination;    // of what was renamed
+    // 0 when unknown. What is gone may have another number instead that is its own, where handles do not show them.
+    std::uint64_t inode = 0;
+    std::string path;         // absolute, as it was or, where the kernel was slower than the change, as it is now
+    std::string destination;  // of what was renamed
 };
 
 // Every change on one file system, wherever it is mounted, from now on. Needs administrator rights and Linux 5.17.
@@ -96,6 +98,7 @@ class FileSystemWatch {
     FileDescriptor _mounts;  // tells of mounting and unmounting
     HandleForm _form = HandleForm::opaque;
     FolderPaths _folders;
+    HandleInodes _inodes;   // where the form is opaque
     ByteBuffer _buffer;     // events as the kernel gave them
     std::size_t _next = 0;  // the first one that was not taken
     ByteBuffer _event;      // the one that was taken last: what is read meanwhile moves the others

@@ -345,6 +345,48 @@ TEST(FileSystemWatch, aVolumeCanBeUnmountedAndThatIsTold) {
     }).join();
 }
 
+// There, handles say nothing of inodes.
+TEST(FileSystemWatch, whatIsGoneFromAnOverlayIsNotOneEntry) {
+    const TempFolder temp;
+    const std::string space = temp.makeFolder("space"), folder = space + "/merged";
+    std::thread([&] {
+        bool isMounted = unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                         mount("tmpfs", space.c_str(), "tmpfs", 0, "size=1m") == 0;
+        std::string options = "index=on,nfs_export=on";
+        for (const char* part : {"lowerdir", "upperdir", "workdir"}) {
+            const std::string path = space + "/" + part;
+            isMounted = isMounted && mkdir(path.c_str(), 0755) == 0;
+            options += std::string(",") + part + "=" + path;
+        }
+        isMounted = isMounted && mkdir(folder.c_str(), 0755) == 0 &&
+                    mount("overlay", folder.c_str(), "overlay", 0, options.c_str()) == 0;
+        if (!isMounted) {
+            [] { GTEST_SKIP() << "overlays cannot be mounted here"; }();
+            return;
+        }
+        Watching watching(folder);
+        if (!watching.watch) return;
+        put(folder + "/known", "x");
+        const std::uint64_t known = inodeOf(folder + "/known");
+        EXPECT_THAT(watching.changes(), ElementsAre("created modified known"));
+        EXPECT_EQ(watching.last[0].inode, known);
+        unlink((folder + "/known").c_str());
+        EXPECT_THAT(watching.changes(), ElementsAre("deleted known"));
+        EXPECT_EQ(watching.last[0].inode, known);
+        for (const char* name : {"/a", "/b"}) {
+            put(folder + name, "x");
+            unlink((folder + name).c_str());
+        }
+        EXPECT_THAT(watching.changes(), ElementsAre("created modified deleted a", "created modified deleted b"));
+        EXPECT_NE(watching.last[0].inode, 0u);
+        EXPECT_NE(watching.last[1].inode, 0u);
+        EXPECT_NE(watching.last[0].inode, watching.last[1].inode);
+        watching.watch.reset();
+        EXPECT_EQ(umount(folder.c_str()), 0) << strerror(errno);
+        EXPECT_EQ(umount(space.c_str()), 0) << strerror(errno);
+    }).join();
+}
+
 TEST(FileSystemWatch, whatCannotBeWatchedIsSaid) {
     const TempFolder temp;
     FileSystemWatch::Problem problem;
