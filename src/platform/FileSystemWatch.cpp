@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "platform/Environment.h"
+#include "platform/FileContent.h"
 #include "platform/Text.h"
 
 namespace kavaro {
@@ -146,6 +147,8 @@ std::unique_ptr<FileSystemWatch> FileSystemWatch::open(const std::string& volume
     }
     const std::string handle = handleOf(folder.get(), "", AT_EMPTY_PATH);
     watch->_form = formOfHandle(handle, info.st_ino);
+    watch->_folders.setVolumeHandle(handleOf(AT_FDCWD, watch->_top.c_str(), 0));
+    watch->_showsMark = watch->isMarked();
     watch->_mounts.reset(::open("/proc/thread-self/mountinfo", O_RDONLY | O_CLOEXEC));
     return watch;
 }
@@ -176,14 +179,33 @@ std::uint64_t FileSystemWatch::inodeOfHandle(std::string_view handle, HandleForm
 FileSystemWatch::State FileSystemWatch::wait(double seconds) {
     _folders.closeVolume();
     pollfd questions[] = {{_queue.get(), POLLIN, 0}, {_mounts.get(), POLLPRI, 0}};
+    if (_isUnmounted) seconds = 0;
     const int milliseconds = static_cast<int>(std::ceil(std::min(std::max(seconds, 0.0), 3600.0) * 1000));
-    if (poll(questions, 2, milliseconds) <= 0) return State::quiet;
-    if (questions[1].revents != 0) {
+    const bool isAnswered = poll(questions, 2, milliseconds) > 0;
+    if (isAnswered && questions[1].revents != 0 && !_isUnmounted) lookAtMounts();
+    if (isAnswered && questions[0].revents != 0) return State::changes;
+    return _isUnmounted ? State::unmounted : State::quiet;
+}
+
+// The kernel drops the mark of a file system that is unmounted for good, even if it is mounted again at once.
+bool FileSystemWatch::isMarked() const {
+    constexpr std::size_t kMost = 1 << 20;
+    std::string text;
+    return readFileAtPath("/proc/thread-self/fdinfo/" + std::to_string(_queue.get()), kMost, &text) == 0 &&
+           text.find("fanotify sdev:") != std::string::npos;
+}
+
+void FileSystemWatch::lookAtMounts() {
+    struct stat info {};
+    // A file system in memory gets the number of one that has just gone.
+    _isUnmounted = stat(_top.c_str(), &info) != 0 || info.st_dev != _device || (_showsMark && !isMarked());
+    if (!_isUnmounted) {
         _folders.forgetAll();
-        struct stat info {};
-        if (stat(_top.c_str(), &info) != 0 || info.st_dev != _device) return State::unmounted;
+        return;
     }
-    return questions[0].revents != 0 ? State::changes : State::quiet;
+    // It may still be mounted elsewhere. What is known of its folders says where the last changes were.
+    fanotify_mark(_queue.get(), FAN_MARK_FLUSH | FAN_MARK_FILESYSTEM, 0, AT_FDCWD, nullptr);
+    _folders.endVolume();
 }
 
 // False when there is nothing to read now, or too much waits already.

@@ -55,6 +55,7 @@ class FileSystemWatch {
 
     enum class State { changes, quiet, unmounted };
     // Waits at most so many seconds for changes; a caught signal ends it, quiet. Call it when next() has nothing left.
+    // The changes before unmounting come before it is told. Then there is nothing any more.
     State wait(double seconds);
     // The next change that is there already. False: none.
     bool next(FileSystemChange* change);
@@ -80,6 +81,8 @@ class FileSystemWatch {
           _device(device),
           _options(options),
           _folders(_top, device) {}
+    bool isMarked() const;
+    void lookAtMounts();
     bool readMore();
     bool takeEvent();
     bool tell(const Event& event, FileSystemChange* change);
@@ -95,7 +98,9 @@ class FileSystemWatch {
     const dev_t _device;
     const Options _options;
     FileDescriptor _queue;
-    FileDescriptor _mounts;  // tells of mounting and unmounting
+    FileDescriptor _mounts;   // tells of mounting and unmounting
+    bool _showsMark = false;  // the kernel says whether the file system is still marked
+    bool _isUnmounted = false;
     HandleForm _form = HandleForm::opaque;
     FolderPaths _folders;
     HandleInodes _inodes;   // where the form is opaque

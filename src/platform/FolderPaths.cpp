@@ -23,7 +23,7 @@ std::string pathOfFolder(int fd) {
 }  // namespace
 
 FileDescriptor FolderPaths::openHandle(std::string_view handle) {
-    if (!_folder.isOpen()) {
+    if (!_folder.isOpen() && !_isGone) {
         // O_PATH would not do for handles.
         _folder.reset(open(_volume.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
         struct stat info {};
@@ -36,7 +36,13 @@ FileDescriptor FolderPaths::openHandle(std::string_view handle) {
     return FileDescriptor(open_by_handle_at(_folder.get(), kernelHandle, O_PATH | O_CLOEXEC));
 }
 
+void FolderPaths::endVolume() {
+    _isGone = true;
+    _folder.reset();
+}
+
 const std::string* FolderPaths::keptPathOf(std::string_view handle) const {
+    if (!_volumeHandle.empty() && handle == _volumeHandle) return &_volume;
     const auto found = _paths.find(handle);
     return found == _paths.end() ? nullptr : &found->second;
 }

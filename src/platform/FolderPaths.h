@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 #include "platform/FileDescriptor.h"
 
@@ -31,8 +32,12 @@ class FolderPaths {
     // The path that is kept, or null. "" is kept for what pathOf() could not find.
     const std::string* keptPathOf(std::string_view handle) const;
     const std::string* remember(std::string_view handle, std::string path);
+    // The volume's own folder's. Never forgotten.
+    void setVolumeHandle(std::string handle) { _volumeHandle = std::move(handle); }
     void forgetAll() { _paths.clear(); }
     void closeVolume() { _folder.reset(); }
+    // The volume is gone: what is kept stays, and nothing more is asked.
+    void endVolume();
 
     // The entry itself, O_PATH; closed when it is gone.
     FileDescriptor openHandle(std::string_view handle);
@@ -45,6 +50,8 @@ class FolderPaths {
 
     const std::string _volume;
     const dev_t _device;
+    std::string _volumeHandle;
+    bool _isGone = false;
     FileDescriptor _folder;
     std::unordered_map<std::string, std::string, Hash, std::equal_to<>> _paths;
 };

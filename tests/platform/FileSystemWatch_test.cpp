@@ -321,7 +321,8 @@ TEST(FileSystemWatch, aFullQueueIsTold) {
     });
 }
 
-TEST(FileSystemWatch, aVolumeCanBeUnmountedAndThatIsTold) {
+// Calls `body` with a new tmpfs that it may unmount, on a thread with mounts of its own.
+void onVolumeOfItsOwn(const std::function<void(const std::string& volume)>& body) {
     const TempFolder temp;
     const std::string volume = temp.makeFolder("volume");
     std::thread([&] {
@@ -330,6 +331,99 @@ TEST(FileSystemWatch, aVolumeCanBeUnmountedAndThatIsTold) {
             [] { GTEST_SKIP() << "mounts cannot be made here"; }();
             return;
         }
+        body(volume);
+    }).join();
+}
+
+// All that is there when the volume has been unmounted.
+std::vector<std::string> lastChanges(FileSystemWatch& watch, const std::string& volume) {
+    EXPECT_EQ(watch.wait(20), State::changes);
+    std::vector<std::string> texts;
+    for (FileSystemChange change; watch.next(&change);) texts.push_back(textOf(change, volume));
+    return texts;
+}
+
+TEST(FileSystemWatch, aVolumeThatIsMountedAgainAtOnceWasUnmounted) {
+    onVolumeOfItsOwn([](const std::string& volume) {
+        mkdir((volume + "/unknown").c_str(), 0755);
+        Watching watching(volume);
+        if (!watching.watch) return;
+        mkdir((volume + "/folder").c_str(), 0755);
+        put(volume + "/folder/file", "x");
+        EXPECT_THAT(watching.changes(), ElementsAre("created folder/", "created modified folder/file"));
+        EXPECT_EQ(lastChanges(*watching.watch, volume), std::vector<std::string>{"deleted end-of-changes-0/"});
+        EXPECT_EQ(watching.watch->wait(0), State::quiet);  // and what is open of it is closed
+        put(volume + "/last", "x");
+        put(volume + "/folder/file", "y");
+        put(volume + "/unknown/file", "z");
+        ASSERT_EQ(umount(volume.c_str()), 0) << strerror(errno);
+        // It has the number that has become free, unless another program was quicker.
+        ASSERT_EQ(mount("tmpfs", volume.c_str(), "tmpfs", 0, "size=1m"), 0) << strerror(errno);
+        put(volume + "/other", "x");
+        EXPECT_THAT(lastChanges(*watching.watch, volume), ElementsAre("created modified last", "modified folder/file"));
+        EXPECT_EQ(umount(volume.c_str()), 0) << strerror(errno);  // none of it is open
+        EXPECT_EQ(watching.watch->wait(20), State::unmounted);
+        EXPECT_EQ(watching.watch->wait(20), State::unmounted);
+    });
+}
+
+// The volume's own folder is known, the others were never asked for.
+TEST(FileSystemWatch, changesJustBeforeUnmountingAreTold) {
+    onVolumeOfItsOwn([](const std::string& volume) {
+        mkdir((volume + "/folder").c_str(), 0755);
+        mkdir((volume + "/gone").c_str(), 0755);
+        Watching watching(volume);
+        if (!watching.watch) return;
+        put(volume + "/file", "x");
+        put(volume + "/folder/file", "x");
+        put(volume + "/gone/file", "x");
+        unlink((volume + "/gone/file").c_str());
+        rmdir((volume + "/gone").c_str());
+        ASSERT_EQ(umount(volume.c_str()), 0) << strerror(errno);
+        EXPECT_THAT(lastChanges(*watching.watch, volume),
+                    ElementsAre("created modified file", "created modified deleted gone/file", "deleted gone/"));
+        EXPECT_EQ(watching.watch->wait(20), State::unmounted);
+    });
+}
+
+// Another mount of it keeps the file system going.
+TEST(FileSystemWatch, aVolumeThatIsMountedElsewhereTooIsUnmountedHere) {
+    onVolumeOfItsOwn([](const std::string& volume) {
+        const TempFolder temp;
+        const std::string other = temp.makeFolder("other");
+        ASSERT_EQ(mount(volume.c_str(), other.c_str(), nullptr, MS_BIND, nullptr), 0);
+        Watching watching(volume);
+        if (!watching.watch) return;
+        put(volume + "/file", "x");
+        ASSERT_EQ(umount(volume.c_str()), 0) << strerror(errno);
+        EXPECT_EQ(watching.watch->wait(20), State::changes);
+        for (FileSystemChange change; watching.watch->next(&change);) {
+        }
+        put(other + "/file", "y");
+        EXPECT_EQ(watching.watch->wait(20), State::unmounted);
+        ASSERT_EQ(umount(other.c_str()), 0) << strerror(errno);
+    });
+}
+
+// Of other volumes, mounting and unmounting changes nothing.
+TEST(FileSystemWatch, mountsOfOthersAreNoEnd) {
+    onVolumeOfItsOwn([](const std::string& volume) {
+        const TempFolder temp;
+        const std::string other = temp.makeFolder("other");
+        Watching watching(volume);
+        if (!watching.watch) return;
+        ASSERT_EQ(mount("tmpfs", other.c_str(), "tmpfs", 0, "size=1m"), 0);
+        ASSERT_EQ(umount(other.c_str()), 0) << strerror(errno);
+        EXPECT_EQ(watching.watch->wait(0), State::quiet);
+        put(volume + "/file", "x");
+        EXPECT_THAT(watching.changes(), ElementsAre("created modified file"));
+        watching.watch.reset();
+        ASSERT_EQ(umount(volume.c_str()), 0) << strerror(errno);
+    });
+}
+
+TEST(FileSystemWatch, aVolumeCanBeUnmountedAndThatIsTold) {
+    onVolumeOfItsOwn([](const std::string& volume) {
         Watching watching(volume);
         if (!watching.watch) return;
         put(volume + "/file", "x");
@@ -342,7 +436,7 @@ TEST(FileSystemWatch, aVolumeCanBeUnmountedAndThatIsTold) {
             }
         ASSERT_EQ(umount(volume.c_str()), 0) << strerror(errno);
         EXPECT_EQ(watching.watch->wait(20), State::unmounted);
-    }).join();
+    });
 }
 
 // There, handles say nothing of inodes.
