@@ -16,6 +16,7 @@ namespace kavaro {
 namespace {
 
 constexpr double kLongestRead = 0.25;  // seconds: a signal that comes just before a read is seen after it
+constexpr double kLastReads = 2;
 constexpr std::size_t kWordColumns = 9;
 
 std::string wordOf(const TuvFSEvent& event) {
@@ -96,14 +97,23 @@ EventSession::EventSession(std::string volume, std::unique_ptr<EventDevice> devi
 
 EventSession::~EventSession() = default;
 
-bool EventSession::gather(double seconds) {
+bool EventSession::readDevice(double seconds) {
     std::uint8_t buffer[record::kReadSize];
+    const int length = _device->read(buffer, sizeof buffer, seconds);
+    if (length > 0) TuvFSEvents_print_event(&_listener, buffer, length);
+    return length > 0;
+}
+
+bool EventSession::gather(double seconds) {
     const double end = _context.clock->monotonicSeconds() + seconds;
     while (_context.signalCount() == 0 && !_device->isGone()) {
         const double left = end - _context.clock->monotonicSeconds();
         if (left <= 0) return true;
-        const int length = _device->read(buffer, sizeof buffer, std::min(left, kLongestRead));
-        if (length > 0) TuvFSEvents_print_event(&_listener, buffer, length);
+        readDevice(std::min(left, kLongestRead));
+    }
+    // What happened before the signal may still be on its way here.
+    const double last = _context.clock->monotonicSeconds() + kLastReads;
+    while (_context.signalCount() < 2 && _context.clock->monotonicSeconds() < last && readDevice(0)) {
     }
     if (_device->isGone())
         writeError(_context, errorMessage(_volume, "has been unmounted: its changes are not followed any more", ""));

@@ -19,7 +19,8 @@ class EventSession {
     static std::unique_ptr<EventSession> open(const EventsOptions& options, const CommandContext& context);
     ~EventSession();
 
-    // Gathers changes for so many seconds. False when that was the last time: a signal came or the volume went.
+    // Gathers changes for so many seconds. False when that was the last time: a signal came or the volume went. After a
+    // signal, what has happened before is still read, unless that takes 2 s or another signal comes.
     bool gather(double seconds);
     // What waits, ascending by inode.
     TuvRef<TuvObjectArray> take() { return _listener.events().takeAll(); }
@@ -29,6 +30,9 @@ class EventSession {
 
   private:
     EventSession(std::string volume, std::unique_ptr<EventDevice> device, const CommandContext& context);
+
+    // False when there was nothing.
+    bool readDevice(double seconds);
 
     const CommandContext& _context;
     const std::string _volume;

@@ -108,6 +108,12 @@ TEST(EventsRecord, everyChangeInBatchesThatCanBeReplayed) {
               "2 batches, 5 changes, 2 changes after coalescing\n");
 }
 
+TEST(EventsRecord, whatHappenedBeforeTheSignalIsRecorded) {
+    EventsRun run(Portions{{1, kCreated}, {1, kGone}, {1.5, kGone}}, 1);
+    EXPECT_EQ(run.run({"events", "record"}), kExitDone);
+    EXPECT_EQ(run.error(), "4 changes in 1 batch recorded.\n");
+}
+
 TEST(EventsRecord, endsInTimeAndWritesToStandardOutput) {
     EventsRun run(Portions{{1, kCreated}, {6, kGone}});
     EXPECT_EQ(run.run({"events", "record", "--for", "5"}), kExitDone);
