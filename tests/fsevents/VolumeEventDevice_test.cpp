@@ -4,6 +4,8 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -65,6 +67,9 @@ void elsewhere(const std::function<bool()>& body) {
 class VolumeEvents : public testing::Test {
   protected:
     void SetUp() override {
+        // A volume that nobody else uses: events of an inode meet, and a disk gives numbers of what is gone again.
+        isMounted = unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                    mount("tmpfs", temp.path().c_str(), "tmpfs", 0, "size=64m") == 0;
         EventDevice::Problem problem;
         device = VolumeEventDevice::open(temp.path(), &problem);
         if (device) {
@@ -76,6 +81,7 @@ class VolumeEvents : public testing::Test {
         EXPECT_TRUE(problem.needsRights);
         [] { GTEST_SKIP() << "no rights to watch here: only the refusal was checked"; }();
     }
+    void TearDown() override { EXPECT_TRUE(!isMounted || umount2(temp.path().c_str(), MNT_DETACH) == 0); }
     // Reads, a few bytes at a time, until the folder named last has been created, and gives what waits below the
     // test's folder with that folder left out.
     std::vector<std::string> events(int length) {
@@ -108,6 +114,7 @@ class VolumeEvents : public testing::Test {
     }
 
     TempFolder temp;
+    bool isMounted = false;
     std::unique_ptr<EventDevice> device;
     RecordReader reader;
 };
