@@ -104,14 +104,15 @@ bool EventSession::readDevice(double seconds) {
     return length > 0;
 }
 
-bool EventSession::gather(double seconds) {
+bool EventSession::gather(double seconds, bool isLast) {
     const double end = _context.clock->monotonicSeconds() + seconds;
     while (_context.signalCount() == 0 && !_device->isGone()) {
         const double left = end - _context.clock->monotonicSeconds();
-        if (left <= 0) return true;
+        if (left <= 0 && !isLast) return true;
+        if (left <= 0) break;
         readDevice(std::min(left, kLongestRead));
     }
-    // What happened before the signal may still be on its way here.
+    // What happened before the end may still be on its way here.
     const double last = _context.clock->monotonicSeconds() + kLastReads;
     while (_context.signalCount() < 2 && _context.clock->monotonicSeconds() < last && readDevice(0)) {
     }

@@ -19,9 +19,9 @@ class EventSession {
     static std::unique_ptr<EventSession> open(const EventsOptions& options, const CommandContext& context);
     ~EventSession();
 
-    // Gathers changes for so many seconds. False when that was the last time: a signal came or the volume went. After a
-    // signal, what has happened before is still read, unless that takes 2 s or another signal comes.
-    bool gather(double seconds);
+    // Gathers changes for so many seconds. False when that was the last time: as was said, a signal came, or the volume
+    // went. What has happened before that is still read, unless it takes 2 s or another signal comes.
+    bool gather(double seconds, bool isLast = false);
     // What waits, ascending by inode.
     TuvRef<TuvObjectArray> take() { return _listener.events().takeAll(); }
     const std::string& volume() const { return _volume; }

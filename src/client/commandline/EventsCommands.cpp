@@ -104,9 +104,10 @@ int runEventsRecord(const EventsOptions& options, const CommandContext& context)
     for (bool goesOn = true; goesOn && !output.failed();) {
         // In the batches that a server would make of them.
         double seconds = BatchResolver::kLive.seconds;
-        if (options.seconds > 0)
-            seconds = std::min(seconds, options.seconds - (context.clock->monotonicSeconds() - begin));
-        goesOn = seconds > 0 && session->gather(seconds);
+        const double left = options.seconds - (context.clock->monotonicSeconds() - begin);
+        const bool isLast = options.seconds > 0 && left <= seconds;
+        if (isLast) seconds = left;
+        goesOn = session->gather(seconds, isLast);
         const TuvRef<TuvObjectArray> batch = session->take();
         if (batch->count() == 0) continue;
         writeBatch(*batch, [&](std::string_view text) { output.write(text); });

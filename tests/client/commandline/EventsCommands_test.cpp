@@ -115,11 +115,11 @@ TEST(EventsRecord, whatHappenedBeforeTheSignalIsRecorded) {
 }
 
 TEST(EventsRecord, endsInTimeAndWritesToStandardOutput) {
-    EventsRun run(Portions{{1, kCreated}, {6, kGone}});
+    EventsRun run(Portions{{1, kCreated}, {5, kGone}, {5, kernelRecord(7, place("/v/folder", 4))}, {6, kGone}});
     EXPECT_EQ(run.run({"events", "record", "--for", "5"}), kExitDone);
     EXPECT_EQ(run.volumes, std::vector<std::string>{"/"});
-    EXPECT_THAT(run.output(), HasSubstr("eventBatch=\"end\"; batchCount=\"1\"; " + std::string(kRecordingEnd)));
-    EXPECT_EQ(run.error(), "2 changes in 1 batch recorded.\n");
+    EXPECT_THAT(run.output(), HasSubstr("eventBatch=\"end\"; batchCount=\"3\"; " + std::string(kRecordingEnd)));
+    EXPECT_EQ(run.error(), "5 changes in 1 batch recorded.\n");
     EXPECT_GE(run.clock.now, 1005);
     EXPECT_LT(run.clock.now, 1006);
     EventsRun quiet;
