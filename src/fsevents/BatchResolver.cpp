@@ -52,9 +52,9 @@ TuvRef<TuvObjectArray> BatchResolver::take() {
     return batch;
 }
 
-void BatchResolver::coalesce(TuvObjectArray& batch) {
-    TuvFSEvent::coalesce_DELETE(&batch);
-    TuvFSEvent::coalesce_CREATE_DIR(&batch);
+void BatchResolver::coalesce(TuvObjectArray& batch, TuvFSEvent::Covers covers) {
+    TuvFSEvent::coalesce_DELETE(&batch, covers);
+    TuvFSEvent::coalesce_CREATE_DIR(&batch, covers);
     TuvFSEvent::coalesce_CREATE_MODIFY_RENAME(&batch);
 }
 

@@ -36,7 +36,7 @@ class BatchResolver {
     void end();
 
     // The three passes in their order.
-    static void coalesce(TuvObjectArray& batch);
+    static void coalesce(TuvObjectArray& batch, TuvFSEvent::Covers covers = TuvFSEvent::Covers::samePrefix);
 
   private:
     TuvRef<TuvObjectArray> take();

@@ -72,9 +72,12 @@ class TuvFSEvent : public TuvObject {
     static void addEvent(TuvFSEvent* event, TuvObjectArray* array, ConditionLock* lock);
     static void addEvent(TuvFSEvent* event, WaitingEvents* events, ConditionLock* lock);
 
+    // What a deleted or a new folder stands for: every event whose path begins with its path ("/a" for "/ab" and
+    // "/a/b"), or those within it alone, and of these none that left it or, for a deleted one, is not deleted itself.
+    enum class Covers { samePrefix, within };
     // Passes over a batch, in the order in which they are to run. Each is linear but for sorting.
-    static void coalesce_DELETE(TuvObjectArray* batch);
-    static void coalesce_CREATE_DIR(TuvObjectArray* batch);
+    static void coalesce_DELETE(TuvObjectArray* batch, Covers covers = Covers::samePrefix);
+    static void coalesce_CREATE_DIR(TuvObjectArray* batch, Covers covers = Covers::samePrefix);
     static void coalesce_CREATE_MODIFY_RENAME(TuvObjectArray* batch);
     void coalesce_CREATE_MODIFY_RENAME();
     // The place for what is done with changes. Says how many there were.

@@ -21,6 +21,7 @@ constinit const LogComponent createDirSwitch{"TuvFSEvent_coalesce_CREATE_DIR"};
 // paths must outlive it.
 class Prefixes {
   public:
+    explicit Prefixes(TuvFSEvent::Covers covers) : _endsAtSlash(covers == TuvFSEvent::Covers::within) {}
     void add(std::string_view path) {
         if (_lengths.size() <= path.size()) _lengths.resize(path.size() + 1);
         _lengths[path.size()] = true;
@@ -31,7 +32,7 @@ class Prefixes {
     bool isBelow(std::string_view path) const {
         std::uint64_t hash = kStart;
         for (std::size_t length = 0; length < _lengths.size(); ++length) {
-            if (_lengths[length] && has(hash, path.substr(0, length))) return true;
+            if (_lengths[length] && mayEnd(path, length) && has(hash, path.substr(0, length))) return true;
             if (length == path.size()) return false;
             hash = next(hash, path[length]);
         }
@@ -44,6 +45,10 @@ class Prefixes {
     static std::uint64_t next(std::uint64_t hash, char byte) {
         return (hash ^ static_cast<std::uint8_t>(byte)) * 0x100000001b3;
     }
+    bool mayEnd(std::string_view path, std::size_t length) const {
+        if (!_endsAtSlash) return true;
+        return length < path.size() && (path[length] == '/' || (length > 0 && path[length - 1] == '/'));
+    }
     bool has(std::uint64_t hash, std::string_view path) const {
         const auto [first, last] = _paths.equal_range(hash);
         for (auto entry = first; entry != last; ++entry)
@@ -51,6 +56,7 @@ class Prefixes {
         return false;
     }
 
+    const bool _endsAtSlash;     // so that a folder's path is the beginning of what is within it alone
     std::vector<bool> _lengths;  // which lengths there are
     std::unordered_multimap<std::uint64_t, std::string_view> _paths;
 };
@@ -78,17 +84,38 @@ bool isParent(const TuvFSEvent& event, int type) {
     return event.type() == type && !event.lastChildEvent();
 }
 
+// Where the entry went last; no data when it stayed.
+std::string_view lastDestination(const TuvFSEvent& event) {
+    const TuvObjectArray* children = event.childEvents();
+    for (int index = children ? children->count() : 0; index-- > 0;)
+        if (const std::string_view path = eventAtIndex(*children, index)->filePathDestination(); path.data())
+            return path;
+    return event.filePathDestination();
+}
+
+bool isCovered(const TuvFSEvent& event, const Prefixes& parents, int type, TuvFSEvent::Covers covers) {
+    const std::string_view path = event.filePath();
+    if (!path.data() || !parents.isBelow(path)) return false;
+    if (covers == TuvFSEvent::Covers::samePrefix) return true;
+    static const int deleted = TuvFSEvent::intType("DELETE");
+    const TuvFSEvent* last = event.lastChildEvent();
+    if (type == deleted && (last ? last->type() : event.type()) != deleted) return false;
+    const std::string_view destination = lastDestination(event);
+    return !destination.data() || parents.isBelow(destination);
+}
+
 // Every event of the type without children is a parent; what comes behind a parent and has a path that begins with the
 // parent's leaves the batch. The same as a walk from each parent to the end: an event that goes as a child of one
 // parent would have taken with it only what begins with that parent's path too.
-void removeBelowParents(TuvObjectArray* batch, int type, const char* selector, const LogComponent& logSwitch) {
+void removeBelowParents(TuvObjectArray* batch, int type, TuvFSEvent::Covers covers, const char* selector,
+                        const LogComponent& logSwitch) {
     const bool logs = logSwitch.traceOn();
-    Prefixes parents;
+    Prefixes parents(covers);
     std::vector<int> removed;
     for (int index = 0; index < batch->count(); ++index) {
         const TuvFSEvent& event = *eventAtIndex(*batch, index);
         const std::string_view path = event.filePath();
-        if (path.data() && parents.isBelow(path)) {
+        if (isCovered(event, parents, type, covers)) {
             if (logs) TuvLog::debug(tuvFSEventLog, selector, "Found parent for: %@", event);
             removed.push_back(index);
         } else if (isParent(event, type)) {
@@ -114,21 +141,21 @@ bool hasParent(const TuvObjectArray& batch, int type) {
 
 }  // namespace
 
-void TuvFSEvent::coalesce_DELETE(TuvObjectArray* batch) {
+void TuvFSEvent::coalesce_DELETE(TuvObjectArray* batch, Covers covers) {
     static const int deleted = intType("DELETE");
     const PassLog passLog("coalesce_DELETE", batch);
     // Nothing can be removed without a parent: then the order by path, the dear part, is not needed.
     if (hasParent(*batch, deleted)) {
         batch->sortByFunction(TuvFSEvent_sortByPathInsensitive);
-        removeBelowParents(batch, deleted, "coalesce_DELETE", deleteSwitch);
+        removeBelowParents(batch, deleted, covers, "coalesce_DELETE", deleteSwitch);
     }
     if (!isSortedByInode(*batch)) batch->sortByFunction(TuvFSEvent_sortByInode);
 }
 
-void TuvFSEvent::coalesce_CREATE_DIR(TuvObjectArray* batch) {
+void TuvFSEvent::coalesce_CREATE_DIR(TuvObjectArray* batch, Covers covers) {
     static const int createDir = intType("CREATE_DIR");
     const PassLog passLog("coalesce_CREATE_DIR", batch);
-    removeBelowParents(batch, createDir, "coalesce_CREATE_DIR", createDirSwitch);
+    removeBelowParents(batch, createDir, covers, "coalesce_CREATE_DIR", createDirSwitch);
 }
 
 void TuvFSEvent::coalesce_CREATE_MODIFY_RENAME(TuvObjectArray* batch) {

@@ -44,6 +44,32 @@ TEST_F(CoalescingTest, ADeletedFolderTakesWhatWasBelowIt) {
     EXPECT_THAT(deleted(), ElementsAre("MODIFIED 4 /a", "MODIFIED 5 /A/b/c", "DELETE 9 /a/b"));
 }
 
+// For who wants to know of every entry that is still there.
+TEST_F(CoalescingTest, FoldersThatStandForWhatIsWithinThemAlone) {
+    add(newEvent("DELETE", 9, "/a/b"));
+    add(newEvent("DELETE", 1, "/a/b/c"));
+    add(newEvent("DELETE", 2, "/a/b.db"));
+    add(newEvent("MODIFIED", 3, "/a/bc"));
+    add(newEvent("MODIFIED", 4, "/a/b"));  // made again
+    add(newRename(5, "/a/b/e", "/a/e"));
+    add(newEvent("CREATE_FILE", 6, "/a/b/f"));
+    add(newEvent("CREATE_DIR", 10, "/n"));
+    add(newEvent("CREATE_FILE", 11, "/n/o"));
+    add(newEvent("CREATE_FILE", 12, "/no"));
+    add(newEvent("CREATE_FILE", 13, "/n/p"));
+    add(newRename(13, "/n/p", "/p"));
+    add(newEvent("MODIFIED", 13, "/p"));
+    add(newRename(14, "/n/q", "/n/r"));
+    add(newEvent("CREATE_DIR", 15, "/"));
+    add(newEvent("CREATE_DIR", 16, "/s"));
+    TuvFSEvent::coalesce_DELETE(batch.get(), TuvFSEvent::Covers::within);
+    TuvFSEvent::coalesce_CREATE_DIR(batch.get(), TuvFSEvent::Covers::within);
+    EXPECT_THAT(textsOf(*batch),
+                ElementsAre("DELETE 2 /a/b.db", "MODIFIED 3 /a/bc", "MODIFIED 4 /a/b", "RENAME 5 /a/b/e -> /a/e",
+                            "CREATE_FILE 6 /a/b/f", "DELETE 9 /a/b", "CREATE_DIR 10 /n", "CREATE_FILE 12 /no",
+                            "CREATE_FILE 13 /n/p [RENAME 13 /n/p -> /p, MODIFIED 13 /p]", "CREATE_DIR 15 /"));
+}
+
 TEST_F(CoalescingTest, ADeletionWithChildrenTakesNothing) {
     add(newEvent("DELETE", 1, "/a"));
     add(newEvent("CREATE_DIR", 1, "/a"));

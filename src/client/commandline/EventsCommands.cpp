@@ -13,6 +13,7 @@
 #include "client/commandline/Output.h"
 #include "fsevents/BatchResolver.h"
 #include "fsevents/EventRecording.h"
+#include "fsevents/KernelRecord.h"
 #include "platform/Environment.h"
 #include "platform/FileDescriptor.h"
 #include "platform/Text.h"
@@ -45,10 +46,11 @@ std::string_view placeAfter(const TuvFSEvent& event) {
     return event.filePathDestination().data() ? event.filePathDestination() : event.filePath();
 }
 
-// Of a file that is there.
+// Of a file that is there, and no other than the one that changed.
 bool statusOf(const TuvFSEvent& event, struct stat* info) {
     const std::string path(placeAfter(event));
-    return !path.empty() && lstat(path.c_str(), info) == 0 && !S_ISDIR(info->st_mode);
+    return event.type() != record::kDelete && !path.empty() && lstat(path.c_str(), info) == 0 &&
+           !S_ISDIR(info->st_mode) && static_cast<std::uint32_t>(info->st_ino) == event.inode();
 }
 
 void writeRow(Output& output, const TuvFSEvent& event) {
@@ -135,7 +137,7 @@ int runEventsWatch(const EventsOptions& options, const CommandContext& context) 
         goesOn = session->gather(options.every);
         if (!goesOn && context.outputIsTerminal) output.put('\n');  // after the terminal's ^C
         const TuvRef<TuvObjectArray> batch = session->take();
-        BatchResolver::coalesce(*batch);
+        BatchResolver::coalesce(*batch, TuvFSEvent::Covers::within);
         batch->sortByFunction(TuvFSEvent_sortByPath);
         const std::string time = isoTime(context.clock->wallSeconds());
         for (const TuvObject* object : *batch) {

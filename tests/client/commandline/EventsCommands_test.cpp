@@ -131,14 +131,15 @@ TEST(EventsRecord, endsInTimeAndWritesToStandardOutput) {
 TEST(EventsWatch, oneLineAChangeAsTheySettle) {
     const TempFolder temp;
     const std::string file = temp.write("b", std::string(5000, 'x'));
-    EventsRun run(
-        Portions{{0.1, kernelRecord(0, place(file, 9)) + kernelRecord(4, place(file, 9))},
-                 {0.2, kGone + kernelRecord(7, place("/v/folder", 4)) + kernelRecord(4, place("/v/\x1B", 3))},
-                 {5, kernelRecord(3, place("/v/from", 3) + place(file, 3)) + kernelRecord(4, place(file, 3))}},
-        5.5);
-    EXPECT_EQ(run.run({"events", "watch"}), kExitDone);
     struct stat info {};
     ASSERT_EQ(stat(file.c_str(), &info), 0);
+    const auto inode = static_cast<std::uint32_t>(info.st_ino);
+    const std::string there = place(file, inode);
+    EventsRun run(Portions{{0.1, kernelRecord(0, there) + kernelRecord(4, there)},
+                           {0.2, kGone + kernelRecord(7, place("/v/folder", 4)) + kernelRecord(4, place("/v/\x1B", 3))},
+                           {5, kernelRecord(3, place("/v/from", inode) + there) + kernelRecord(4, there)}},
+                  5.5);
+    EXPECT_EQ(run.run({"events", "watch"}), kExitDone);
     std::string size = compactStringFromSize(static_cast<std::uint64_t>(info.st_blocks) * 512);
     size.insert(0, 10 - size.size(), ' ');
     const std::string none(10, ' ');
@@ -148,6 +149,30 @@ TEST(EventsWatch, oneLineAChangeAsTheySettle) {
     EXPECT_EQ(run.output(), lines[0] + lines[1] + lines[2] + size + "  renamed   /v/from -> " + file + "\n" + size +
                                 "  modified  " + file + "\n");
     EXPECT_EQ(run.error(), "5 changes shown.\n");
+}
+
+TEST(EventsWatch, theSizeIsThatOfTheEntryThatChanged) {
+    const TempFolder temp;
+    const std::string file = temp.write("b", std::string(5000, 'x'));
+    struct stat info {};
+    ASSERT_EQ(stat(file.c_str(), &info), 0);
+    const auto inode = static_cast<std::uint32_t>(info.st_ino);
+    EventsRun run(Portions{{0.1, kernelRecord(4, place(file, inode + 1)) + kernelRecord(1, place(file, inode))}}, 2);
+    EXPECT_EQ(run.run({"events", "watch"}), kExitDone);
+    const std::string none(12, ' ');
+    for (const char* word : {"modified  ", "deleted   "})
+        EXPECT_THAT(run.output(), HasSubstr(none + word + file + "\n")) << run.output();
+}
+
+TEST(EventsWatch, aDeletedFileHidesNoOtherWhoseNameBeginsAlike) {
+    EventsRun run(Portions{{0.1, kernelRecord(1, place("/v/data", 1)) + kernelRecord(4, place("/v/data.db", 2)) +
+                                     kernelRecord(1, place("/v/data/x", 3)) + kernelRecord(7, place("/v/n", 4)) +
+                                     kernelRecord(0, place("/v/n/x", 5)) + kernelRecord(0, place("/v/nx", 6))}},
+                  2);
+    EXPECT_EQ(run.run({"events", "watch"}), kExitDone);
+    const std::string none(12, ' ');
+    EXPECT_EQ(run.output(), none + "deleted   /v/data\n" + none + "modified  /v/data.db\n" + none +
+                                "created   /v/n/\n" + none + "created   /v/nx\n");
 }
 
 // The number of a deleted file's inode belongs to another file at once.
