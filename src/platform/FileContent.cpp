@@ -101,10 +101,11 @@ int readFileInPieces(const std::string& path, const std::function<void(std::stri
 int makePrivateFolder(const std::string& path) {
     for (std::size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
         std::string part = path.substr(0, end);
+        const int error = mkdir(part.c_str(), 0700) == 0 ? 0 : errno;
         struct stat info {};
-        if (mkdir(part.c_str(), 0700) != 0 && (stat(part.c_str(), &info) != 0 || !S_ISDIR(info.st_mode))) {
-            return errno == EEXIST || errno == 0 ? ENOTDIR : errno;
-        }
+        // A folder that is there may be answered with another error than that it exists.
+        if (error != 0 && (stat(part.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)))
+            return error == EEXIST ? ENOTDIR : error;
         if (end == std::string::npos) return 0;
     }
 }

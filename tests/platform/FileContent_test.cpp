@@ -31,6 +31,19 @@ TEST(FileContent, OneByteTooManyIsRefused) {
     EXPECT_EQ(readFileAtPath("/proc/self/maps", 1, &content), EFBIG);
 }
 
+TEST(FileContent, AFolderThatCannotBeMadeHasTheReason) {
+    TempFolder temp;
+    EXPECT_EQ(makePrivateFolder(temp.path("a/b")), 0);
+    EXPECT_EQ(makePrivateFolder(temp.path("a/b")), 0);
+    EXPECT_EQ(makePrivateFolder(temp.write("file", "")), ENOTDIR);
+    EXPECT_EQ(makePrivateFolder(temp.path("file/a")), ENOTDIR);
+    // Where nobody makes folders, with a reason that is not that there is none.
+    ASSERT_EQ(mkdir("/sys/kavaro", 0700), -1);
+    const int error = errno;
+    EXPECT_NE(error, ENOENT);
+    EXPECT_EQ(makePrivateFolder("/sys/kavaro"), error);
+}
+
 TEST(FileContent, AFileInPieces) {
     TempFolder temp;
     std::string text;
