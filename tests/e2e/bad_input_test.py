@@ -225,8 +225,9 @@ class BadInput(harness.Case):
     def assert_measured(self, environments):
         """Each of them sees the same tree, all at once."""
         tree = self.make_tree('tree')
+        place = self.make('place')  # a home that is no whole path is made here
         started = [(environment, self.start([harness.KAVARO, 'size', '--json', tree], environment=environment,
-                                            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True))
+                                            cwd=place, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True))
                    for environment in environments]
         for environment, process in started:
             out, err = process.communicate(timeout=harness.PATIENCE)
