@@ -36,16 +36,22 @@ class DuplicatesCommand {
         if (!digests.failure.empty()) {
             writeError(_context, withProgramName(digests.failure));
             _measurements.fail(kExitFailed);
-        } else if (digests.interrupted) {
-            writeError(_context, withProgramName("interrupted. What was read until then is known to the next search."));
-            _measurements.fail(kExitInterrupted);
         }
+        if (digests.interrupted) _measurements.fail(kExitInterrupted);
         _context.setLeaveAtOnce(true);  // nothing is left to stop on the server
         _outcome.groups = _search.finish(digests.records.get(), _cache);
         _outcome.undigested = _search.undigested();
         _outcome.candidates = _search.candidates();
         _outcome.partial |= !digests.failure.empty();
-        saveCache(digests);
+        if (!digests.failure.empty())
+            _outcome.uncompared =
+                static_cast<std::uint64_t>(_search.nodesToDigest()->count() - digests.records->count());
+        const bool isSaved = saveCache(digests);
+        if (digests.interrupted)
+            writeError(_context, withProgramName(isSaved && digests.records->count() > 0
+                                                     ? "interrupted. What was read until then is known to the next "
+                                                       "search."
+                                                     : "interrupted."));
         // After an interruption nothing would be whole: neither the groups nor what they waste.
         if (!digests.interrupted) {
             _outcome.seconds = _context.clock->monotonicSeconds() - begin;
@@ -98,7 +104,7 @@ class DuplicatesCommand {
     }
 
     // A search that went through whole folders knows which records are of no more use there.
-    void saveCache(const DigestResult& digests) {
+    bool saveCache(const DigestResult& digests) {
         const bool isWhole = _isWhole && _options.minSize <= 1 && digests.failure.empty() && !digests.interrupted;
         if (isWhole)
             for (const std::string& folder : _outcome.folders) _cache.forgetUnusedBelow(folder);
@@ -106,6 +112,7 @@ class DuplicatesCommand {
         if (error != 0)
             writeError(_context, errorMessage(cachePath(), "cannot be written: " + errorText(error),
                                               "The next search reads all files again"));
+        return error == 0 && !cachePath().empty();
     }
 
     void show() {

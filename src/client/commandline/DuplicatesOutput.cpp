@@ -67,13 +67,22 @@ void writeDuplicates(Output& output, const DuplicatesOutcome& outcome) {
         output.put('\n');
     }
     const std::string part = outcome.partial ? " (partial)" : "";
+    if (outcome.groups.empty() && outcome.uncompared > 0) {
+        output.write("no duplicates found" + part + ": of " + counted(outcome.candidates, "file", "files") + ", " +
+                     counted(outcome.uncompared, "was", "were") + " not compared\n");
+        return;
+    }
     if (outcome.groups.empty()) {
         output.write("no duplicates among " + counted(outcome.candidates, "file", "files") + part + "\n");
         return;
     }
     output.write(counted(outcome.groups.size(), "group", "groups") + " of " +
                  counted(filesIn(outcome.groups), "file", "files") + ", " +
-                 compactStringFromSize(wasteOf(outcome.groups)) + " wasted" + part + "\n");
+                 compactStringFromSize(wasteOf(outcome.groups)) + " wasted" + part);
+    if (outcome.uncompared > 0)
+        output.write(", " + counted(outcome.uncompared, "file", "files") +
+                     (outcome.uncompared == 1 ? " was" : " were") + " not compared");
+    output.put('\n');
 }
 
 void writeDuplicatesAsFdupes(Output& output, const DuplicatesOutcome& outcome) {

@@ -17,6 +17,7 @@ struct DuplicatesOutcome {
     std::vector<UnreadFolder> unread;
     std::vector<UndigestedFile> undigested;
     std::uint64_t candidates = 0;  // files that were looked at
+    std::uint64_t uncompared = 0;  // of those, that might be duplicates for all that is known
     double seconds = 0;
     bool partial = false;  // something was cut off
 };

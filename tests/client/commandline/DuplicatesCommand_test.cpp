@@ -155,17 +155,30 @@ TEST_F(DuplicatesCommandTest, AServerThatFailsIsTold) {
     };
     EXPECT_EQ(run.run({"duplicates", folder.path()}), kExitFailed);
     EXPECT_EQ(run.error(), "kavaro: the server went away. Run the command again.\n");
-    EXPECT_EQ(run.output(), "no duplicates among 4 files (partial)\n");
+    EXPECT_EQ(run.output(), "no duplicates found (partial): of 4 files, 2 were not compared\n");
 }
 
 TEST_F(DuplicatesCommandTest, AnInterruptionWhileReading) {
+    for (int number = 0; number < 1001; ++number) names.push_back("n" + std::to_string(number));  // two calls
+    for (std::size_t i = 4; i < names.size(); ++i) folder.write(names[i], "n");
     run.command = [this](std::string_view, const std::vector<BusValue>& arguments, const std::function<bool()>& stop) {
-        run.signals = 1;
+        run.signals = digested > 0 ? 1 : 0;
         return digest(arguments, stop);
     };
     EXPECT_EQ(run.run({"duplicates", folder.path()}), kExitInterrupted);
     EXPECT_EQ(run.output(), "");
-    EXPECT_THAT(run.error(), HasSubstr("kavaro: interrupted."));
+    EXPECT_EQ(run.error(), "kavaro: interrupted. What was read until then is known to the next search.\n");
+}
+
+TEST_F(DuplicatesCommandTest, AnInterruptionThatKeepsNothingDoesNotSaySo) {
+    run.command = [this](std::string_view, const std::vector<BusValue>&, const std::function<bool()>&) {
+        run.signals = 1;
+        CommandReply reply;
+        reply.interrupted = true;
+        return reply;
+    };
+    EXPECT_EQ(run.run({"duplicates", folder.path()}), kExitInterrupted);
+    EXPECT_EQ(run.error(), "kavaro: interrupted.\n");
 }
 
 TEST_F(DuplicatesCommandTest, AnInterruptionWhileMeasuring) {
