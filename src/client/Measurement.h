@@ -65,6 +65,7 @@ class MeasurementSource {
     struct Callbacks {
         std::function<void(const MeasurementProgress&)> progress;
         std::function<bool()> interrupted;
+        bool showsPart = true;  // what is known when a job fails; a failure says so
     };
     virtual ~MeasurementSource() = default;
     virtual Measurement measure(const std::string& path, const Callbacks& callbacks) = 0;

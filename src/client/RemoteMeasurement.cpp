@@ -154,7 +154,8 @@ void Job::reportProgress() {
 std::string Job::failure() {
     if (!_reader.failure().empty()) return _reader.failure();
     const std::string path = printable(_path);
-    const std::string kept = ". What was measured until then is shown; run the command again";
+    const std::string kept = _callbacks.showsPart ? ". What was measured until then is shown; run the command again"
+                                                  : ". Run the command again";
     if (_connection.isBusClosed()) return path + ": the message bus went away" + kept + ".";
     if (serverGone()) {
         std::string text = path + ": the server went away in the middle of the job";

@@ -65,6 +65,7 @@ class RemoteMeasurementTest : public testing::Test {
         MeasurementSource::Callbacks callbacks;
         callbacks.interrupted = std::move(interrupted);
         callbacks.progress = [](const MeasurementProgress&) {};
+        callbacks.showsPart = _showsPart;
         return source().measure(kPath, callbacks);
     }
     // A failure that says `text`, and all of the first half.
@@ -95,6 +96,7 @@ class RemoteMeasurementTest : public testing::Test {
     ScopedEnvironment _state{"XDG_STATE_HOME", _folder.path()};
     PrivateBus _daemon;
     ServerConnection::Options _options;
+    bool _showsPart = true;
     RemoteMeasurement::Patience _patience;
     std::optional<TreeDelivery> _delivery;
     std::unique_ptr<FakeServer> _server;
@@ -209,9 +211,15 @@ TEST_F(RemoteMeasurementTest, AServerThatRefuses) {
     EXPECT_NE(measurement.failure.find("not \\x1b[31mfor you"), std::string::npos) << measurement.failure;
 }
 
+TEST_F(RemoteMeasurementTest, WhatIsNotShownIsNotPromised) {
+    _showsPart = false;
+    serveHalf([](FakeServer& server) { server.vanish(); });
+    expectHalf(measure(), "the server went away in the middle of the job. Run the command again");
+}
+
 TEST_F(RemoteMeasurementTest, AServerThatVanishesInTheMiddle) {
     serveHalf([](FakeServer& server) { server.vanish(); });
-    expectHalf(measure(), "the server went away in the middle of the job");
+    expectHalf(measure(), "the middle of the job. What was measured until then is shown; run the command again");
     EXPECT_FALSE(_server->wasAsked("stopSizing"));
 }
 

@@ -77,6 +77,7 @@ Measurement FolderMeasurements::measure(const std::string& path) {
         if (line) line->show(progress);
     };
     callbacks.interrupted = [this] { return isInterrupted(); };
+    callbacks.showsPart = _part == Part::isShown;
     return source().measure(path, callbacks);
 }
 
