@@ -77,6 +77,9 @@ class MeasurementSource {
     // stays for the next command.
     virtual CommandReply command(std::string_view member, const std::vector<BusValue>& arguments,
                                  const std::function<bool()>& interrupted) = 0;
+    // Ends the server of the last command in the middle, and waits until it is gone. False where it is not ours to end:
+    // it goes on.
+    virtual bool endServer() { return false; }
 };
 
 }  // namespace kavaro

@@ -1,7 +1,9 @@
 """Moving to the Trash and removing, by the client and by the distribution's gdbus; the Trash read by others."""
+import contextlib
 import os
 import pty
 import shutil
+import signal
 import stat
 import subprocess
 import time
@@ -114,6 +116,35 @@ class Trash(harness.Case):
             self.assertEqual(process.wait(timeout=harness.PATIENCE), code)
             self.assertEqual(os.path.exists(path), code != 0)
             os.close(master)
+
+    def ask(self, *arguments, typed=b'', **options):
+        """A client that asks on a terminal of its own. Gives it, the terminal and what was read of it."""
+        master, slave = pty.openpty()
+        os.write(master, typed)
+        process = self.start([harness.KAVARO, *arguments], stdin=slave, stderr=slave, stdout=subprocess.PIPE, **options)
+        os.close(slave)
+        self.addCleanup(os.close, master)
+        seen = b''
+        while b'[y/N] ' not in seen:
+            seen += os.read(master, 1000)
+        return process, master, seen
+
+    def test_what_was_typed_before_the_question_is_no_answer(self):
+        path = self.write('file')
+        process, master, _ = self.ask('trash', path, typed=b'y\n')
+        os.write(master, b'n\n')
+        process.stdout.read()
+        self.assertEqual(process.wait(timeout=harness.PATIENCE), 1)
+        self.assertTrue(os.path.exists(path))
+
+    def test_an_interrupted_question_ends_its_line(self):
+        process, master, seen = self.ask('trash', self.write('file'))
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(timeout=harness.PATIENCE), 130)
+        with contextlib.suppress(OSError):  # that nobody writes there any more
+            while not seen.endswith(b'\r\n'):
+                seen += os.read(master, 1000)
+        self.assertTrue(seen.endswith(b'[y/N] \r\n'), seen)
 
     def test_embedded_does_the_same(self):
         path = self.write('line\nend')

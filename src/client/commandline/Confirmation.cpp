@@ -28,8 +28,9 @@ std::optional<int> askToGoAhead(const ConfirmOptions& options, const CommandCont
                                             "go ahead, or --dry-run to look only."));
         return kExitWrongUsage;
     }
-    writeError(context, std::string(question) + " [y/N] ");
     context.setLeaveAtOnce(true);  // nothing has been done yet
+    context.beginQuestion();       // what was typed before is no answer
+    writeError(context, std::string(question) + " [y/N] ");
     const std::optional<std::string> answer = context.readAnswer();
     context.setLeaveAtOnce(false);
     if (answer && meansYes(*answer)) return std::nullopt;

@@ -1,8 +1,10 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <termios.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <iterator>
 
 #include "client/commandline/Color.h"
@@ -32,7 +34,10 @@ bool isInForeground(int terminal) {
     return group < 0 || group == getpgrp();
 }
 
+std::atomic<bool> isAsking{false};  // the cursor stands behind a question
+
 extern "C" void leaveAtOnce(int) {
+    if (isAsking.load() && write(STDERR_FILENO, "\n", 1) < 0) _exit(kExitInterrupted);
     _exit(kExitInterrupted);
 }
 
@@ -54,8 +59,13 @@ void setLeaveAtOnce(bool on) {
     }
 }
 
+void beginQuestion() {
+    tcflush(STDIN_FILENO, TCIFLUSH);
+    isAsking.store(true);
+}
+
 // Byte by byte: what comes after the line is not ours.
-std::optional<std::string> readAnswer() {
+std::optional<std::string> readLine() {
     std::string line;
     for (char byte = 0;;) {
         const ssize_t length = read(STDIN_FILENO, &byte, 1);
@@ -64,6 +74,12 @@ std::optional<std::string> readAnswer() {
         if (byte == '\n') return line;
         line += byte;
     }
+}
+
+std::optional<std::string> readAnswer() {
+    std::optional<std::string> answer = readLine();
+    isAsking.store(false);
+    return answer;
 }
 
 }  // namespace
@@ -77,12 +93,14 @@ int runCommandLine(int argc, char** argv) {
     context.outputIsTerminal = isTerminal(STDOUT_FILENO);
     context.errorIsTerminal = isTerminal(STDERR_FILENO) && !isDumbTerminal();
     context.canAsk = isTerminal(STDIN_FILENO) && isTerminal(STDERR_FILENO);
+    context.beginQuestion = beginQuestion;
     context.readAnswer = readAnswer;
     context.outputColumns = [] { return terminalColumns(STDOUT_FILENO); };
     context.errorColumns = [] { return isInForeground(STDERR_FILENO) ? terminalColumns(STDERR_FILENO) : -1; };
     context.clock = &Clock::system();
     context.signalCount = [] { return RunLoop::caughtSignalCount(); };
     context.setLeaveAtOnce = setLeaveAtOnce;
+    context.leaveAtSignal = [](int count) { RunLoop::leaveAtSignal(count, kExitInterrupted); };
     context.remoteSource = makeRemoteSource;
     context.embeddedSource = makeEmbeddedSource;
     context.serverControl = makeServerControl;

@@ -52,6 +52,7 @@ class CommandRun {
         context.clock = &clock;
         context.signalCount = [this] { return signals; };
         context.setLeaveAtOnce = [this](bool on) { leavesAtOnce.push_back(on); };
+        context.leaveAtSignal = [this](int count) { leavesAtSignal = count; };
         context.remoteSource = [this](const RemoteOptions& options) {
             remotes.push_back(options);
             return std::make_unique<Source>(*this);
@@ -60,6 +61,7 @@ class CommandRun {
             ++embedded;
             return std::make_unique<Source>(*this);
         };
+        context.beginQuestion = [this] { askedBeforeBegin.push_back(asked); };
         context.readAnswer = [this]() -> std::optional<std::string> {
             ++asked;
             return typed;
@@ -97,12 +99,16 @@ class CommandRun {
     std::optional<std::string> typed;  // the answer to a question
     int columns = 80;
     int signals = 0;
+    bool isServerOurs = true;
     // What was asked for.
     std::vector<std::string> measured, commands;
     std::vector<RemoteOptions> remotes;
     std::vector<bool> leavesAtOnce;
+    int leavesAtSignal = 2;
+    int endedServers = 0;
     int embedded = 0;
     int asked = 0;
+    std::vector<int> askedBeforeBegin;  // how often an answer had been read when a question began
     int stops = 0;
 
   private:
@@ -119,6 +125,10 @@ class CommandRun {
             CommandReply reply;
             reply.failure = "there is no server.";
             return reply;
+        }
+        bool endServer() override {
+            if (owner.isServerOurs) ++owner.endedServers;
+            return owner.isServerOurs;
         }
         CommandRun& owner;
     };

@@ -32,6 +32,12 @@ TEST_F(Confirmation, IsGivenByAWord) {
     EXPECT_NE(run.error().find("kavaro: nothing was changed.\n"), std::string::npos);
 }
 
+TEST_F(Confirmation, WhatWasTypedBeforeTheQuestionIsNoAnswer) {
+    useTerminal();
+    ask();
+    EXPECT_EQ(run.askedBeforeBegin, std::vector<int>{0});
+}
+
 TEST_F(Confirmation, TheEndOfInputIsNo) {
     useTerminal();
     EXPECT_EQ(ask(), kExitFailed);
