@@ -29,6 +29,7 @@ class RemoteMeasurement final : public MeasurementSource {
     void prepareCommands() override { _preparesCommands = _options.bus == "session"; }
     CommandReply command(std::string_view member, const std::vector<BusValue>& arguments,
                          const std::function<bool()>& interrupted) override;
+    bool endServer() override { return !_connection || _connection->killServer(); }
 
   private:
     bool connect(const ServerConnection::Interrupted& interrupted, std::string* failure);

@@ -226,6 +226,12 @@ void ServerConnection::dropServer() {
     if (_serverProcess) _serverProcess->kill();
 }
 
+bool ServerConnection::killServer() {
+    if (!_serverProcess) return false;
+    _serverProcess->kill();
+    return _serverProcess->waitForEnd(kEndSeconds);
+}
+
 int ServerConnection::serverPid() const {
     return _serverProcess ? static_cast<int>(_serverProcess->pid()) : 0;
 }

@@ -44,6 +44,8 @@ class ServerConnection {
     bool startedServer() const { return _serverProcess != nullptr; }
     // Ends the server that this client started without a word. For one that has done nothing.
     void dropServer();
+    // The same in the middle of its work, and waits until it is gone. False when this client did not start it.
+    bool killServer();
     int serverPid() const;  // 0 when this client did not start it
     // How the server that this client started ended, for people; empty while it runs or when it is not known.
     std::string serverEnd();

@@ -1,7 +1,9 @@
 """`kavaro languages` and `kavaro nibs` on application bundles, through a real server and embedded."""
+import contextlib
 import json
 import os
 import plistlib
+import signal
 import subprocess
 import unittest
 
@@ -154,6 +156,45 @@ class Cleanup(harness.Case):
         self.assertEqual(result.returncode, 1, result.stderr)
         self.assertIn(f'kavaro: {theirs}/de.lproj: permission denied.\n', result.stderr)
         self.assertIn('0 language folders removed, 0 bytes freed.\n', result.stdout)
+
+    def send_interruption(self, client):
+        client.send_signal(signal.SIGINT)
+        harness.wait_until(lambda: client.poll() is not None or not self.is_pending(client.pid), 'it is caught')
+
+    @staticmethod
+    def is_pending(pid):
+        with open(f'/proc/{pid}/status') as f:
+            return any(line.startswith(('SigPnd', 'ShdPnd')) and int(line.split()[1], 16) for line in f)
+
+    def test_a_second_interruption_ends_the_server(self):
+        def servers():
+            return [pid for pid in harness.children(client.pid)
+                    if harness.name_of(pid) == 'kavarod' and harness.is_alive(pid)]
+        # The client waits at a full pipe, with its plan, when its server is stopped.
+        reading, writing = os.pipe()
+        os.set_blocking(writing, False)
+        with contextlib.suppress(BlockingIOError):
+            while True:
+                os.write(writing, b'.' * 4096)
+        os.set_blocking(writing, True)
+        client = self.start([harness.KAVARO, 'languages', self.root, '--remove', 'French', '--yes'], stdout=writing,
+                            stderr=subprocess.PIPE, text=True)
+        os.close(writing)
+        harness.wait_until(lambda: len(servers()) == 2, 'a server is made ready for the removal')
+        harness.wait_until(lambda: len(servers()) == 1, 'the other one ends')
+        server = servers()[0]
+        os.kill(server, signal.SIGSTOP)
+        with open(reading, 'rb') as out:
+            while b'that this frees' not in out.readline():
+                pass
+            self.send_interruption(client)
+            self.assertIsNone(client.poll(), 'a call that was made is waited for')
+            self.send_interruption(client)
+            _, err = client.communicate(timeout=harness.PATIENCE)
+            self.assertEqual(client.returncode, 130, err)
+            self.assertFalse(harness.is_alive(server))
+            self.assertIn('kavaro: interrupted, 6 language folders left. The server was ended at its work', err)
+            self.assertEqual(out.read(), b'0 language folders removed, 0 bytes freed.\n')
 
     def test_wrong_usage(self):
         self.assertIn('kavaro languages --help', self.kavaro('languages', code=2).stderr)

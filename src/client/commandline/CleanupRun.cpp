@@ -1,5 +1,6 @@
 #include "client/commandline/CleanupRun.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <optional>
@@ -19,6 +20,9 @@ namespace {
 using Call = CleanupCall;
 
 constexpr std::size_t kMostPaths = 500;       // in one call
+constexpr double kShortCall = 0.1;            // seconds; after less the next one may have twice as many
+constexpr double kLongCall = 0.3;             // after more, half as many
+constexpr int kSignalToLeaveAt = 3;           // the first one ends the calls, the second one what is on its way
 constexpr std::size_t kMostBytes = 1u << 20;  // of paths, likewise
 constexpr std::size_t kShownOnTerminal = 50;
 constexpr std::size_t kSizeColumns = 11;
@@ -106,18 +110,28 @@ class CleanupRun {
         return false;
     }
 
-    // A call that was made is waited for, whatever the user does: nothing else says what became of it.
+    // After an interruption the call that was made is waited for: nothing else says what became of it. A second one
+    // ends the server, so that nothing goes on when this process has ended. What this process does itself ends with it.
     void perform(MeasurementSource& source) {
         TuvLog::setDestinationEnabled(_options.verbose);
+        if (!_options.embedded) _context.leaveAtSignal(kSignalToLeaveAt);
         bool isProgressShown = false;
+        std::size_t most = 1;
         while (_sent < _plan.items.size() && _failure.empty() && _context.signalCount() == 0) {
-            const std::size_t count = cleanupPortion(_plan.items, _sent);
+            const std::size_t count = cleanupPortion(_plan.items, _sent, most);
             std::vector<std::string> paths;
             for (std::size_t i = 0; i < count; ++i) paths.push_back(_plan.items[_sent + i].path);
-            CommandReply reply = source.command(memberOf(_plan.call), {BusValue::paths(paths)}, [] { return false; });
+            const double begin = _context.clock->monotonicSeconds();
+            CommandReply reply = source.command(memberOf(_plan.call), {BusValue::paths(paths)},
+                                                [this] { return _context.signalCount() >= kSignalToLeaveAt - 1; });
+            most = nextCleanupMost(most, _context.clock->monotonicSeconds() - begin);
             for (CommandReply::PathFailure& failure : reply.failures)
                 _reasons[std::move(failure.path)] = std::move(failure.reason);
             _failure = std::move(reply.failure);
+            if (reply.interrupted) {
+                _abandoned = source.endServer() ? Abandoned::ended : Abandoned::goesOn;
+                break;
+            }
             if (_failure.empty()) _sent += count;
             // Less than 0 columns: this process is in the terminal's background.
             if (!_context.errorIsTerminal || _context.errorColumns() < 0) continue;
@@ -136,7 +150,8 @@ class CleanupRun {
             const auto reason = _reasons.find(item.path);
             if (reason != _reasons.end()) {
                 fail(kExitFailed);
-                writeError(_context, errorMessage(item.path, reason->second, ""));
+                const bool isGone = !isThere(item.path);  // whoever took it away: the server could not
+                writeError(_context, errorMessage(item.path, isGone ? "it is no longer there" : reason->second, ""));
             } else if (!isThere(item.path)) {
                 ++gone;
                 freed += item.bytes;
@@ -155,11 +170,20 @@ class CleanupRun {
             const bool isInterrupted = _failure.empty();
             if (isInterrupted) fail(kExitInterrupted);
             writeError(_context, withProgramName((isInterrupted ? "interrupted, " : "") + countText(left) +
-                                                 (isInterrupted ? " not tried." : " still there.")));
+                                                 (isInterrupted ? " left." + abandonedText() : " still there.")));
+        } else if (_abandoned != Abandoned::none) {
+            fail(kExitInterrupted);
         }
         std::string text = countText(gone) + " " + _words.done;
         text += _plan.call == Call::moveToTrash ? ".\n" : ", " + compactStringFromSize(freed) + " freed.\n";
         if (const int exitCode = writeResult(_context, text); exitCode != kExitDone) fail(exitCode);
+    }
+
+    std::string abandonedText() const {
+        if (_abandoned == Abandoned::none) return {};
+        if (_abandoned == Abandoned::goesOn) return " The server is shared, and finishes what it is at.";
+        if (_plan.call != Call::removeLocales) return " The server was ended.";
+        return " The server was ended at its work: one of them may have lost a part of what it held.";
     }
 
     static bool isThere(const std::string& path) {
@@ -192,6 +216,8 @@ class CleanupRun {
     std::size_t _sent = 0;                        // items in calls that were answered
     std::map<std::string, std::string> _reasons;  // of what the server says it could not move
     std::string _failure;                         // of the whole, for people; empty when every call was answered
+    // What became of a call that was not waited for.
+    enum class Abandoned { none, ended, goesOn } _abandoned = Abandoned::none;
     int _exitCode = kExitDone;
 };
 
@@ -204,15 +230,20 @@ bool isBelowAny(std::string_view path, const std::set<std::string, std::less<>>&
     return false;
 }
 
-std::size_t cleanupPortion(const std::vector<CleanupItem>& items, std::size_t begin) {
+std::size_t cleanupPortion(const std::vector<CleanupItem>& items, std::size_t begin, std::size_t most) {
     std::size_t bytes = 0;
     std::size_t count = 0;
-    while (begin + count < items.size() && count < kMostPaths) {
+    while (begin + count < items.size() && count < most) {
         bytes += items[begin + count].path.size();
         if (count > 0 && bytes > kMostBytes) break;
         ++count;
     }
     return count;
+}
+
+std::size_t nextCleanupMost(std::size_t most, double seconds) {
+    if (seconds < kShortCall) return std::min(most * 2, kMostPaths);
+    return seconds > kLongCall ? std::max<std::size_t>(most / 2, 1) : most;
 }
 
 int runCleanup(const CleanupPlan& plan, FolderMeasurements& measurements, const MeasureOptions& options,

@@ -30,9 +30,12 @@ struct CleanupPlan {
 // Whether one of the paths is a folder above this one.
 bool isBelowAny(std::string_view path, const std::set<std::string, std::less<>>& paths);
 
-// How many of the items from `begin` on go into one call: at least one while there are any. The server answers nobody
-// else meanwhile, and an interruption takes effect between two calls.
-std::size_t cleanupPortion(const std::vector<CleanupItem>& items, std::size_t begin);
+// How many of the items from `begin` on go into one call: at least one while there are any, at most `most`. The server
+// answers nobody else meanwhile, and an interruption takes effect between two calls.
+std::size_t cleanupPortion(const std::vector<CleanupItem>& items, std::size_t begin, std::size_t most);
+
+// The most for the next call, after one with `most` items took so long: what an item costs differs by orders.
+std::size_t nextCleanupMost(std::size_t most, double seconds);
 
 // Shows a plan: what is to go and how many bytes that frees; asks; has it done by what measured the folders; looks
 // afterwards what is still there, and says each failure with its reason. Returns the exit code.

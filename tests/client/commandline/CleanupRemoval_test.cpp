@@ -11,6 +11,7 @@
 namespace kavaro {
 namespace {
 
+using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -66,7 +67,7 @@ class CleanupRemoval : public testing::Test {
 
 TEST_F(CleanupRemoval, LanguagesGoByTheirName) {
     EXPECT_EQ(run.run({"languages", temp.path(), "--remove", "french", "--yes"}), kExitDone) << run.error();
-    EXPECT_THAT(run.commands, ElementsAre("removeLocales"));
+    EXPECT_THAT(run.commands, Each("removeLocales"));
     EXPECT_THAT(server.paths, UnorderedElementsAre(app("fr.lproj"), app("French.lproj"), app("de.lproj/fr.lproj")));
     EXPECT_FALSE(isThere(app("fr.lproj")));
     EXPECT_TRUE(isThere(app("de.lproj")));
@@ -138,7 +139,7 @@ TEST_F(CleanupRemoval, NibsGo) {
     EXPECT_EQ(run.run({"nibs", temp.path(), "--remove"}), kExitWrongUsage);
     EXPECT_THAT(server.paths, IsEmpty());
     EXPECT_EQ(run.run({"nibs", temp.path(), "--remove", "--yes"}), kExitDone);
-    EXPECT_THAT(run.commands, ElementsAre("removeNibs"));
+    EXPECT_THAT(run.commands, Each("removeNibs"));
     EXPECT_THAT(server.paths, ElementsAre(app("Main.nib/classes.nib"), app("Main.nib/info.nib")));
     EXPECT_THAT(run.output(), HasSubstr("\n2 nib files removed, 12.0 KB freed.\n"));
 }

@@ -16,12 +16,13 @@ class FakeCleanup {
     explicit FakeCleanup(CommandRun& run) {
         run.command = [this](std::string_view, const std::vector<BusValue>& arguments,
                              const std::function<bool()>& interrupted) {
-            EXPECT_FALSE(interrupted()) << "a call that changes something is waited for";
+            EXPECT_FALSE(interrupted()) << "a call that changes something is waited for after the first signal";
             const auto some = arguments.at(0).asPaths().value_or(std::vector<std::string>{"no paths"});
             portions.push_back(some.size());
             paths.insert(paths.end(), some.begin(), some.end());
             CommandReply reply;
             if (work) work(some, &reply);
+            reply.interrupted = interrupted();
             return reply;
         };
     }

@@ -9,6 +9,7 @@
 namespace kavaro {
 namespace {
 
+using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -53,7 +54,7 @@ TEST_F(TrashCommand, ShowsMovesAndReports) {
                   "2 entries moved to the Trash.\n");
     EXPECT_EQ(run.error(), "");
     EXPECT_THAT(run.measured, ElementsAre(folder)) << "folders alone";
-    EXPECT_THAT(run.commands, ElementsAre("moveToTrash"));
+    EXPECT_THAT(run.commands, Each("moveToTrash"));
     EXPECT_THAT(server.paths, ElementsAre(file, folder));
 }
 
@@ -137,6 +138,16 @@ TEST_F(TrashCommand, FailuresComeWithPathAndReason) {
     EXPECT_THAT(run.output(), HasSubstr("\n0 entries moved to the Trash.\n"));
 }
 
+TEST_F(TrashCommand, WhatWentMeanwhileIsSaidInPlainWords) {
+    const std::string file = temp.write("file", "");
+    server.work = [&](const std::vector<std::string>&, CommandReply* reply) {
+        unlink(file.c_str());
+        reply->failures.push_back({file, "Could not load node form path"});
+    };
+    EXPECT_EQ(run.run({"trash", "--yes", file}), kExitFailed);
+    EXPECT_EQ(run.error(), "kavaro: " + file + ": it is no longer there.\n");
+}
+
 TEST_F(TrashCommand, AServerThatGoesAwayIsSaid) {
     const std::string first = temp.write("first", "");
     const std::string second = temp.write("second", "");
@@ -152,31 +163,69 @@ TEST_F(TrashCommand, AServerThatGoesAwayIsSaid) {
     EXPECT_THAT(run.output(), HasSubstr("\n1 entry moved to the Trash.\n"));
 }
 
-TEST_F(TrashCommand, PathsGoInPortionsAndAnInterruptionTakesEffectBetweenThem) {
+TEST_F(TrashCommand, PathsGoInPortionsByTheTimeTheyTake) {
     std::vector<std::string> arguments{"trash", "--yes"};
-    for (int number = 0; number < 1201; ++number) arguments.push_back(temp.write("f" + std::to_string(number), ""));
+    for (int number = 0; number < 1623; ++number) arguments.push_back(temp.write("f" + std::to_string(number), ""));
+    server.work = {};
+    run.run(arguments);
+    EXPECT_THAT(server.portions, ElementsAre(1u, 2u, 4u, 8u, 16u, 32u, 64u, 128u, 256u, 500u, 500u, 112u));
+    server.portions.clear();
+    server.work = [this](const std::vector<std::string>&, CommandReply*) {
+        const double seconds[] = {0.05, 0.05, 0.2, 0.4, 0.4, 9, 0.05};
+        if (server.portions.size() <= std::size(seconds)) run.clock.now += seconds[server.portions.size() - 1];
+        if (server.portions.size() == 8) run.signals = 1;
+    };
+    EXPECT_EQ(run.run(arguments), kExitInterrupted);
+    EXPECT_THAT(server.portions, ElementsAre(1u, 2u, 4u, 4u, 2u, 1u, 1u, 2u));
+}
+
+TEST_F(TrashCommand, AnInterruptionTakesEffectBetweenPortions) {
+    std::vector<std::string> arguments{"trash", "--yes"};
+    for (int number = 0; number < 10; ++number) arguments.push_back(temp.write("f" + std::to_string(number), ""));
     server.work = [this](const std::vector<std::string>& paths, CommandReply*) {
         for (const std::string& path : paths) unlink(path.c_str());
         if (server.portions.size() == 2) run.signals = 1;
     };
     EXPECT_EQ(run.run(arguments), kExitInterrupted);
-    EXPECT_THAT(server.portions, ElementsAre(500u, 500u));
-    EXPECT_THAT(run.error(), HasSubstr("kavaro: interrupted, 201 entries not tried.\n"));
-    EXPECT_THAT(run.output(), HasSubstr("\n1,000 entries moved to the Trash.\n"));
+    EXPECT_THAT(server.portions, ElementsAre(1u, 2u));
+    EXPECT_EQ(run.endedServers, 0);
+    EXPECT_THAT(run.error(), HasSubstr("kavaro: interrupted, 7 entries left.\n"));
+    EXPECT_THAT(run.output(), HasSubstr("\n3 entries moved to the Trash.\n"));
+}
+
+TEST_F(TrashCommand, ASecondInterruptionEndsTheServer) {
+    for (const bool isOurs : {true, false}) {
+        const std::string first = temp.write("first", ""), second = temp.write("second", "");
+        run.signals = 0;
+        run.isServerOurs = isOurs;
+        run.leavesAtSignal = 2;
+        server.work = [&](const std::vector<std::string>&, CommandReply*) {
+            unlink(first.c_str());
+            run.signals = 2;
+        };
+        EXPECT_EQ(run.run({"trash", "--yes", first, second}), kExitInterrupted);
+        EXPECT_EQ(run.leavesAtSignal, 3);
+        EXPECT_EQ(run.endedServers, 1);
+        EXPECT_THAT(run.error(), HasSubstr(std::string("kavaro: interrupted, 1 entry left. The server ") +
+                                           (isOurs ? "was ended.\n" : "is shared, and finishes what it is at.\n")));
+    }
+    run.leavesAtSignal = 2;
     run.signals = 0;
-    server.work = {};
-    run.run(arguments);
-    EXPECT_THAT(server.portions, ElementsAre(500u, 500u, 201u));
+    run.run({"trash", "--yes", "--embedded", temp.write("first", "")});
+    EXPECT_EQ(run.leavesAtSignal, 2) << "nothing goes on when this process has ended";
 }
 
 // By bytes of paths too; one that is longer than that goes alone.
 TEST(CleanupPortion, IsBounded) {
     std::vector<CleanupItem> items;
     for (const std::size_t length : {2u << 20, 600u << 10, 600u << 10}) items.push_back({std::string(length, 'x')});
-    EXPECT_EQ(cleanupPortion(items, 0), 1u);
-    EXPECT_EQ(cleanupPortion(items, 1), 1u);
-    EXPECT_EQ(cleanupPortion(items, 2), 1u);
-    EXPECT_EQ(cleanupPortion(items, 3), 0u);
+    EXPECT_EQ(cleanupPortion(items, 0, 500), 1u);
+    EXPECT_EQ(cleanupPortion(items, 1, 500), 1u);
+    EXPECT_EQ(cleanupPortion(items, 2, 500), 1u);
+    EXPECT_EQ(cleanupPortion(items, 3, 500), 0u);
+    for (CleanupItem& item : items) item.path = "x";
+    EXPECT_EQ(cleanupPortion(items, 0, 2), 2u);
+    EXPECT_EQ(cleanupPortion(items, 1, 500), 2u);
 }
 
 TEST_F(TrashCommand, AFolderThatCannotBeMeasuredStays) {
