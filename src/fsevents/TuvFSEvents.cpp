@@ -107,6 +107,7 @@ void TuvFSEvents::_listenForFSEventsTH() {
 void TuvFSEvents::addEvent(TuvRef<TuvFSEvent> event) {
     if (!event) return;
     ++_eventCount;
+    if (_arrival) return _arrival(std::move(event));
     TuvFSEvent::addEvent(event.leak(), &_events, eventLock());
 }
 

@@ -2,8 +2,10 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "fsevents/EventDevice.h"
 #include "fsevents/TuvFSEvent.h"
@@ -52,6 +54,9 @@ class TuvFSEvents {
     // Of events that were made of records.
     std::uint64_t eventCount() const { return _eventCount; }
     void addEvent(TuvRef<TuvFSEvent> event);
+    // Is given what is made of records in place of events(). Before anything is read.
+    using Arrival = std::function<void(TuvRef<TuvFSEvent> event)>;
+    void setArrival(Arrival arrival) { _arrival = std::move(arrival); }
 
   private:
     ConditionLock* waitForEventLock();
@@ -61,6 +66,7 @@ class TuvFSEvents {
     WaitingEvents _events;                            // under *_eventLock once it is there
     std::atomic<ConditionLock*> _eventLock{nullptr};  // made by the resolving thread
     std::atomic<std::uint64_t> _eventCount{0};
+    Arrival _arrival;
 };
 
 // Makes events of the records in the buffer and lets them wait. Reads no byte beyond its length. Iterative.

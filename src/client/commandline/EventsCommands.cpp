@@ -84,6 +84,36 @@ void writeObject(Output& output, const TuvFSEvent& event, const std::string& tim
     output.put('\n');
 }
 
+// Of --output. Not open, with the reason written, when that cannot be; not open either for standard output's own file.
+bool openRecording(const std::string& name, FileDescriptor* file, const CommandContext& context) {
+    const auto refuse = [&](const std::string& reason) {
+        writeError(context, errorMessage(name, reason, ""));
+        return false;
+    };
+    constexpr const char* kNoFile = "is neither a file nor a device: a recording cannot be written there";
+    struct stat info {};
+    struct stat own {};
+    if (stat(name.c_str(), &info) == 0 && fstat(context.output, &own) == 0 && info.st_dev == own.st_dev &&
+        info.st_ino == own.st_ino)
+        return true;
+    // Nothing is waited for, as by a pipe that nobody reads.
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    file->reset(open(name.c_str(), kFlags, 0644));
+    if (!file->isOpen()) return refuse(errno == ENXIO ? kNoFile : "cannot be written: " + errorText(errno));
+    if (fstat(file->get(), &info) != 0) return refuse("cannot be written: " + errorText(errno));
+    if (!S_ISREG(info.st_mode) && !S_ISCHR(info.st_mode)) return refuse(kNoFile);
+    fcntl(file->get(), F_SETFL, fcntl(file->get(), F_GETFL) & ~O_NONBLOCK);
+    return true;
+}
+
+// The closing line, unless not all of it could be written.
+int finish(Output& output, const std::string& name, const EventSession& session, const CommandContext& context,
+           const std::string& closing) {
+    const int exitCode = finishOutput(output, name, session.exitCode(), context);
+    if (!output.failed() || output.error() == EPIPE) writeError(context, closing);
+    return exitCode;
+}
+
 }  // namespace
 
 int runEventsRecord(const EventsOptions& options, const CommandContext& context) {
@@ -91,16 +121,12 @@ int runEventsRecord(const EventsOptions& options, const CommandContext& context)
     const std::unique_ptr<EventSession> session = EventSession::open(options, context);
     if (!session) return kExitFailed;
     FileDescriptor file;
-    if (!options.output.empty()) {
-        file.reset(open(options.output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-        if (!file.isOpen()) {
-            writeError(context, errorMessage(options.output, "cannot be written: " + errorText(errno), ""));
-            return kExitFailed;
-        }
-    }
+    if (!options.output.empty() && !openRecording(options.output, &file, context)) return kExitFailed;
     TuvFSEvent::setRunAsDataCollector(true);
     sayWhatBegins(*session, "Recording", context);
-    Output output(file.isOpen() ? file.get() : context.output);
+    const int fd = file.isOpen() ? file.get() : context.output;
+    session->setOutput(fd);
+    Output output(fd);
     const double begin = context.clock->monotonicSeconds();
     std::uint64_t changes = 0, batches = 0;
     for (bool goesOn = true; goesOn && !output.failed();) {
@@ -114,15 +140,16 @@ int runEventsRecord(const EventsOptions& options, const CommandContext& context)
         if (batch->count() == 0) continue;
         writeBatch(*batch, [&](std::string_view text) { output.write(text); });
         output.flush();
+        if (output.failed()) break;
         changes += static_cast<std::uint64_t>(changeCount(*batch));
         ++batches;
     }
     output.write(kRecordingEnd);
     const std::string name = file.isOpen() ? options.output : "standard output";
-    const int exitCode = finishOutput(output, name, session->exitCode(), context);
-    writeError(context,
-               counted(changes, "change", "changes") + " in " + counted(batches, "batch", "batches") + " recorded.\n");
-    return exitCode;
+    if (context.errorIsTerminal && context.signalCount() > 0) writeError(context, "\n");  // after its ^C
+    return finish(
+        output, name, *session, context,
+        counted(changes, "change", "changes") + " in " + counted(batches, "batch", "batches") + " recorded.\n");
 }
 
 int runEventsWatch(const EventsOptions& options, const CommandContext& context) {
@@ -131,30 +158,29 @@ int runEventsWatch(const EventsOptions& options, const CommandContext& context) 
     if (!session) return kExitFailed;
     TuvFSEvent::setRunAsDataCollector(false);
     sayWhatBegins(*session, "Watching", context);
+    session->setOutput(context.output);
     Output output(context.output);
     std::uint64_t changes = 0;
     for (bool goesOn = true; goesOn && !output.failed();) {
         goesOn = session->gather(options.every);
         if (!goesOn && context.outputIsTerminal) output.put('\n');  // after the terminal's ^C
         const TuvRef<TuvObjectArray> batch = session->take();
-        BatchResolver::coalesce(*batch, TuvFSEvent::Covers::within);
-        batch->sortByFunction(TuvFSEvent_sortByPath);
         const std::string time = isoTime(context.clock->wallSeconds());
-        for (const TuvObject* object : *batch) {
-            forEachSettledChange(*static_cast<const TuvFSEvent*>(object), [&](const TuvFSEvent& event, int) {
-                ++changes;
+        std::uint64_t shown = 0;
+        for (const TuvFSEvent* event : settle(*batch)) {
+            forEachChange(*event, [&](const TuvFSEvent& change, int) {
+                ++shown;
                 if (options.json) {
-                    writeObject(output, event, time);
+                    writeObject(output, change, time);
                 } else {
-                    writeRow(output, event);
+                    writeRow(output, change);
                 }
             });
         }
         output.flush();
+        if (!output.failed()) changes += shown;
     }
-    const int exitCode = finishOutput(output, "standard output", session->exitCode(), context);
-    writeError(context, counted(changes, "change", "changes") + " shown.\n");
-    return exitCode;
+    return finish(output, "standard output", *session, context, counted(changes, "change", "changes") + " shown.\n");
 }
 
 }  // namespace kavaro

@@ -1,6 +1,7 @@
 // Changes of a volume that is none: the device is the test's.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <signal.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -189,6 +190,62 @@ TEST(EventsWatch, oneInodeAfterTheOther) {
     EXPECT_EQ(run.error(), "4 changes shown.\n");
 }
 
+std::string renamed(const std::string& from, const std::string& to, std::uint32_t inode) {
+    return kernelRecord(3, place(from, inode) + place(to, inode));
+}
+
+// As a disk gives the number of what was deleted to what is made next.
+const std::string kReused = kernelRecord(1, place("/v/old", 5)) + kernelRecord(0, place("/v/t1", 5)) +
+                            kernelRecord(1, place("/v/t1", 5)) + kernelRecord(0, place("/v/t2", 5)) +
+                            kernelRecord(4, place("/v/t2", 5)) + kernelRecord(1, place("/v/t2", 5));
+
+TEST(EventsWatch, nothingOfAnInodeIsLostOrInvented) {
+    const std::string links =
+        kernelRecord(0, place("/v/l2", 8)) + kernelRecord(0, place("/v/l1", 8)) + kernelRecord(0, place("/v/l1", 8));
+    EventsRun run(Portions{{0.1, kReused + renamed("/v/z", "/v/m", 6) + renamed("/v/m", "/v/b", 6) +
+                                     kernelRecord(1, place("/v/x", 7)) + kernelRecord(7, place("/v/x", 7)) +
+                                     kernelRecord(1, place("/v/x", 7)) + kernelRecord(0, place("/v/y", 7)) + links}},
+                  2);
+    EXPECT_EQ(run.run({"events", "watch"}), kExitDone);
+    const std::string none(12, ' ');
+    EXPECT_EQ(run.output(), none + "created   /v/l2\n" + none + "created   /v/l1\n" + none + "deleted   /v/old\n" +
+                                none + "deleted   /v/x\n" + none + "created   /v/y\n" + none +
+                                "renamed   /v/z -> /v/m\n" + none + "renamed   /v/m -> /v/b\n");
+    EXPECT_EQ(run.error(), "7 changes shown.\n");
+}
+
+TEST(EventsRecord, aBatchEndsBeforeAChangeThatWouldBeLeftOut) {
+    const TempFolder temp;
+    EventsRun run(Portions{{1, kReused + renamed("/v/a", "/v/b", 6) + renamed("/v/b", "/v/c", 6)}}, 20);
+    EXPECT_EQ(run.run({"events", "record", "--output", temp.path("recording")}), kExitDone);
+    EXPECT_EQ(run.error(), "8 changes in 4 batches recorded.\n");
+    CommandRun replay;
+    EXPECT_EQ(replay.run({"events", "replay", temp.path("recording")}), kExitDone);
+    for (const char* batch : {"Batch 1: 2 changes\n  deleted   /v/old\n    created   /v/t1\n",
+                              "Batch 2: 3 changes\n  deleted   /v/t1\n    created   /v/t2\n    modified  /v/t2\n",
+                              "Batch 3: 2 changes\n  deleted   /v/t2\n  renamed   /v/a -> /v/b\n",
+                              "Batch 4: 1 change\n  renamed   /v/b -> /v/c\n"})
+        EXPECT_THAT(replay.output(), HasSubstr(batch));
+}
+
+// One name, again and again.
+TEST(Events, aStormIsShownAndRecordedWhole) {
+    constexpr int kTimes = 25000, kAtOnce = 100;
+    std::string piece;
+    for (int i = 0; i < kAtOnce; ++i)
+        piece += kernelRecord(0, place("/v/a", 5)) + renamed("/v/a", "/v/b", 5) + kernelRecord(1, place("/v/b", 5)) +
+                 renamed("/v/c", "/v/d", 6) + renamed("/v/d", "/v/c", 6);
+    const Portions portions(kTimes / kAtOnce, {0.1, piece});
+    EventsRun watch(portions, 2);
+    EXPECT_EQ(watch.run({"events", "watch"}), kExitDone);
+    EXPECT_EQ(watch.error(), "50,000 changes shown.\n");
+    EventsRun record(portions, 2);
+    record.context.output = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    EXPECT_EQ(record.run({"events", "record"}), kExitDone);
+    close(record.context.output);
+    EXPECT_THAT(record.error(), testing::StartsWith("125,000 changes in "));
+}
+
 TEST(EventsReplay, repeatsAreOneLine) {
     const TempFolder temp;
     std::string records = kernelRecord(1, place("/v/old", 5)) + kernelRecord(0, place("/v/new", 5));
@@ -217,7 +274,9 @@ TEST(Events, theVolumeGoes) {
     EventsRun run(Portions{{0.1, kCreated}}, 3, true);
     EXPECT_EQ(run.run({"events", "watch", "--volume", "/v"}), kExitFailed);
     EXPECT_THAT(run.output(), HasSubstr("updated   /v/a b\n"));
-    EXPECT_EQ(run.error(), "kavaro: /v: has been unmounted: its changes are not followed any more.\n1 change shown.\n");
+    EXPECT_EQ(run.error(),
+              "kavaro: /v: has been unmounted, or another volume hides it: its changes are not followed any more.\n"
+              "1 change shown.\n");
 }
 
 TEST(Events, withoutRightsAndWithoutAVolume) {
@@ -257,12 +316,38 @@ TEST(Events, outputsThatCannotBeWritten) {
     EXPECT_EQ(folder.error(), "kavaro: " + temp.path() + ": cannot be written: Is a directory.\n");
     EventsRun full(Portions{{0.1, kCreated}});
     EXPECT_EQ(full.run({"events", "record", "--output", "/dev/full"}), kExitFailed);
-    EXPECT_THAT(full.error(), HasSubstr("kavaro: /dev/full: cannot be written: No space left on device.\n"));
+    EXPECT_EQ(full.error(), "kavaro: /dev/full: cannot be written: No space left on device.\n");
+    ASSERT_EQ(mkfifo(temp.path("pipe").c_str(), 0600), 0);
+    for (const bool isRead : {false, true}) {
+        const int reader = isRead ? open(temp.path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC) : -1;
+        EventsRun pipe;
+        EXPECT_EQ(pipe.run({"events", "record", "--output", temp.path("pipe")}), kExitFailed);
+        EXPECT_EQ(pipe.error(), "kavaro: " + temp.path("pipe") +
+                                    ": is neither a file nor a device: a recording cannot be written there.\n");
+        if (isRead) close(reader);
+    }
+    EventsRun null(Portions{{0.1, kCreated}}, 1);
+    EXPECT_EQ(null.run({"events", "record", "--output", "/dev/null"}), kExitDone);
+    EXPECT_EQ(null.error(), "2 changes in 1 batch recorded.\n");
     EventsRun watch(Portions{{0.1, kCreated}});
     watch.context.output = open("/dev/full", O_WRONLY | O_CLOEXEC);
     EXPECT_EQ(watch.run({"events", "watch"}), kExitFailed);
     close(watch.context.output);
-    EXPECT_THAT(watch.error(), HasSubstr("kavaro: standard output: cannot be written: No space left on device.\n"));
+    EXPECT_EQ(watch.error(), "kavaro: standard output: cannot be written: No space left on device.\n");
+}
+
+TEST(Events, theyEndWhenTheirReaderIsGone) {
+    for (const char* command : {"record", "watch"}) {
+        signal(SIGPIPE, SIG_IGN);
+        int ends[2];
+        ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        close(ends[0]);
+        EventsRun run;  // where nothing happens
+        run.context.output = ends[1];
+        EXPECT_EQ(run.run({"events", command}), kExitDone);
+        close(ends[1]);
+        EXPECT_LT(run.clock.now, 1010);
+    }
 }
 
 TEST(EventsReplay, filesThatAreNoRecordings) {
