@@ -8,7 +8,6 @@
 #include "fsevents/EventRecording.h"
 #include "fsevents/FSEventsLog.h"
 #include "platform/FileContent.h"
-#include "platform/PropertyListReader.h"
 #include "support/Backtrace.h"
 
 namespace kavaro {
@@ -58,7 +57,7 @@ EventReplay::Deliver EventReplay::toWaitingEvents(WaitingEvents& events, Conditi
 int EventReplay::replayFile(const std::string& path) {
     const int error = readFileInPieces(path, [this](std::string_view piece) { _rows.read(piece); });
     const char* reason = error == EINVAL ? "is no regular file" : std::strerror(error);
-    if (error != 0) TuvLog::error(tuvFSEventsLog, kSelector, "%@: %s", path, reason);
+    if (error != 0 && !_tellFault) TuvLog::error(tuvFSEventsLog, kSelector, "%@: %s", path, reason);
     finish();
     return error;
 }
@@ -72,7 +71,8 @@ void EventReplay::finish() {
     if (_rows.bytesRead() > kRowStart.size()) {
         TuvLog::info(tuvFSEventsLog, kSelector, "parsing items from file ...");
         _clock.sleep(kLastPause);
-        if (_rows.rowsRead() == 0) TuvLog::error(tuvFSEventsLog, kSelector, "no row in %llu bytes", _rows.bytesRead());
+        if (_rows.rowsRead() == 0 && !_tellFault)
+            TuvLog::error(tuvFSEventsLog, kSelector, "no row in %llu bytes", _rows.bytesRead());
     }
     // The last row is never read, not even one that was meant to be.
     if (_rows.rest().find("inode=") != std::string_view::npos) ++(_batch ? _waitingEvents : _earlyEvents);
@@ -83,14 +83,19 @@ void EventReplay::finish() {
     TuvLog::info(tuvFSEventsLog, kSelector, "completed");
 }
 
-std::optional<PropertyList> EventReplay::plistFromRow(std::string_view row) {
+std::optional<PropertyList> EventReplay::entriesOfRow(std::string_view row, PropertyListFault* fault) {
     std::string text = "{";
     text += withoutChildrenEnd(row);
     text += "\n}";  // the row may end in a comment
+    std::optional<PropertyList> entries = propertyListFromText(text, fault);
+    if (!entries && fault->line == 1) --fault->column;  // in the row, which has no brace
+    return entries;
+}
+
+std::optional<PropertyList> EventReplay::plistFromRow(std::string_view row) {
     PropertyListFault fault;
-    std::optional<PropertyList> entries = propertyListFromText(text, &fault);
+    std::optional<PropertyList> entries = entriesOfRow(row, &fault);
     if (!entries && tuvFSEventsLog.errorOn()) {
-        if (fault.line == 1) --fault.column;  // in the row, which has no brace
         constexpr const char* kRowSelector = "_plistFromRow:";
         TuvLog::error(tuvFSEventsLog, kRowSelector, "rowString: %@", row);
         TuvLog::error(tuvFSEventsLog, kRowSelector, "Exception: %@", fault.description());
@@ -101,13 +106,18 @@ std::optional<PropertyList> EventReplay::plistFromRow(std::string_view row) {
 
 void EventReplay::skipLongRow(std::uint64_t bytes) {
     ++_totals.brokenRows;
-    TuvLog::error(tuvFSEventsLog, kSelector, "a row of %llu bytes is too long and skipped", bytes);
+    if (_tellFault)
+        _tellFault({_rows.rowsRead(), std::to_string(bytes) + " bytes are too long for a row", {}});
+    else
+        TuvLog::error(tuvFSEventsLog, kSelector, "a row of %llu bytes is too long and skipped", bytes);
 }
 
 void EventReplay::handleRow(std::string_view row) {
-    const std::optional<PropertyList> entries = plistFromRow(row);
+    PropertyListFault fault;
+    const std::optional<PropertyList> entries = _tellFault ? entriesOfRow(row, &fault) : plistFromRow(row);
     if (!entries) {
         ++_totals.brokenRows;
+        if (_tellFault) _tellFault({_rows.rowsRead(), fault.description(), row});
         return;
     }
     const std::string_view mark = textOfRow(*entries, "eventBatch");

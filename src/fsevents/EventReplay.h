@@ -5,10 +5,12 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "fsevents/RowReader.h"
 #include "fsevents/WaitingEvents.h"
 #include "platform/Clock.h"
+#include "platform/PropertyListReader.h"
 
 namespace kavaro {
 
@@ -43,15 +45,27 @@ class EventReplay {
 
     // The device of the first event becomes the accepted one, as a recording is of one volume. Before the replay.
     void acceptDeviceOfRecording() { _takesDevice = true; }
+    // What is wrong with a row.
+    struct Fault {
+        std::uint64_t row = 0;  // the first one of the text is row 1
+        std::string reason;
+        std::string_view text;  // the row; none for one that was too long to be kept. Valid during the call
+    };
+    using TellFault = std::function<void(const Fault& fault)>;
+    // Broken rows are told here and not to the log, which is not told either what cannot be read. Before the replay.
+    void setTellFault(TellFault tell) { _tellFault = std::move(tell); }
     // A file that cannot be read is an empty one, and a log line. Its errno, or 0.
     int replayFile(const std::string& path);
     void replayText(std::string_view text);
     const Totals& totals() const { return _totals; }
+    // There is the beginning of a row in what was read; one alone is a recording in which nothing happened.
+    bool isRecording() const { return _rows.rowsRead() > 0 || _rows.rest().find("index=") != std::string_view::npos; }
 
     // The entries of one row; nothing, and log lines, when it does not parse.
     static std::optional<PropertyList> plistFromRow(std::string_view row);
 
   private:
+    static std::optional<PropertyList> entriesOfRow(std::string_view row, PropertyListFault* fault);
     void handleRow(std::string_view row);
     void handleEvent(const PropertyList& entries);
     void skipLongRow(std::uint64_t bytes);
@@ -62,6 +76,7 @@ class EventReplay {
 
     Clock& _clock;
     const Deliver _deliver;
+    TellFault _tellFault;
     RowReader _rows;
     TuvRef<TuvObjectArray> _batch;  // null before the first start row
     int _batchCount = 0;            // as its start row says

@@ -80,7 +80,7 @@ std::string checkSeconds(std::string& text) {
     double seconds = 0;
     if (isDigits) std::istringstream(text) >> seconds;
     if (seconds >= 0.01 && seconds <= 366.0 * 86400) return {};
-    return "\"" + printable(text) + "\" is not a number of seconds from 0.01 up";
+    return "\"" + printable(text) + "\" is not a number of seconds from 0.01 to 31622400, which is 366 days";
 }
 
 std::string oneOf(const std::vector<std::string>& words, const std::string& text) {

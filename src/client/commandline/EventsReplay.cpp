@@ -1,6 +1,7 @@
 // kavaro events replay
 #include <errno.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "client/commandline/Commands.h"
@@ -10,10 +11,15 @@
 #include "fsevents/EventRecording.h"
 #include "fsevents/EventReplay.h"
 #include "platform/Environment.h"
+#include "platform/Text.h"
 
 namespace kavaro {
 
 namespace {
+
+constexpr std::int64_t kMostShownFaults = 5;
+constexpr std::size_t kMostShownBytes = 200;  // of a row
+constexpr const char* kAdvice = "Name a file that \"kavaro events record\" has written";
 
 // What stands for somebody's time passes at once.
 class NoPauses : public Clock {
@@ -50,14 +56,16 @@ class Replay {
         replay.acceptDeviceOfRecording();
         // Nothing that was recorded is left out for having been undone.
         TuvFSEvent::setRunAsDataCollector(true);
+        replay.setTellFault([&](const EventReplay::Fault& fault) { showFault(path, fault); });
         const int error = replay.replayFile(path);
-        if (error != 0) return kExitFailed;  // the log has said it
+        if (error != 0) return fail(path, readFailure(error));
+        if (!replay.isRecording()) return fail(path, "is no recording of changes");
         const EventReplay::Totals& totals = replay.totals();
         _output.write(counted(_batches, "batch", "batches") + ", " + counted(_before, "change", "changes") + ", " +
                       counted(_after, "change", "changes") + " after coalescing\n");
         if (totals.brokenRows > 0)
             _output.write(counted(static_cast<std::uint64_t>(totals.brokenRows), "broken row", "broken rows") +
-                          " left out\n");
+                          " left out" + moreFaultsText(totals.brokenRows) + "\n");
         _output.write(leftOutText(totals));
         _output.flush();
         if (_output.failed() && _output.error() != EPIPE) {
@@ -69,6 +77,34 @@ class Replay {
     }
 
   private:
+    static std::string readFailure(int error) {
+        if (error == EISDIR) return "is a folder";
+        return error == EINVAL ? "is no regular file" : "cannot be read: " + errorText(error);
+    }
+
+    int fail(const std::string& path, const std::string& reason) {
+        _output.flush();
+        writeError(_context, errorMessage(path, reason, kAdvice));
+        return kExitFailed;
+    }
+
+    void showFault(const std::string& path, const EventReplay::Fault& fault) {
+        if (++_faults > kMostShownFaults) return;
+        std::string text = "row " + std::to_string(fault.row) + " is left out: " + fault.reason;
+        constexpr const char* kBlanks = " \t\r\n";
+        const std::size_t begin = std::min(fault.text.find_first_not_of(kBlanks), fault.text.size());
+        const std::string_view row = fault.text.substr(begin, fault.text.find_last_not_of(kBlanks) + 1 - begin);
+        text += row.empty() ? "." : ": " + std::string(row.substr(0, kMostShownBytes));
+        if (row.size() > kMostShownBytes) text += " ...";
+        writeError(_context, withProgramName(printable(path) + ": " + printable(text)));
+    }
+
+    static std::string moreFaultsText(std::int64_t faults) {
+        if (faults <= kMostShownFaults) return {};
+        return ", " + counted(static_cast<std::uint64_t>(faults - kMostShownFaults), "more", "more") +
+               " than were shown";
+    }
+
     void show(const TuvObjectArray& batch) {
         ++_batches;
         const std::string title = "Batch " + std::to_string(_batches);
@@ -107,6 +143,7 @@ class Replay {
     Output _output;
     NoPauses _clock;
     std::uint64_t _batches = 0, _before = 0, _after = 0;
+    std::int64_t _faults = 0;
 };
 
 }  // namespace

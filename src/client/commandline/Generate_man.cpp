@@ -146,7 +146,8 @@ std::string generateManPage(const CommandLine& commandLine) {
     page += section("JSON") + kJson + kFindJson + kCleanupJson + kSlimJson;
     page += section("EXIT STATUS") + item(bold("0"), "Done.") +
             item(bold("1"), "Something failed; standard error says what.");
-    page += item(bold("2"), "Wrong usage.") + item(bold("130"), "Interrupted.");
+    page += item(bold("2"), "Wrong usage.") +
+            item(bold("130"), "Interrupted. events record and events watch end so with 0.");
     page += section("ENVIRONMENT");
     page +=
         item(bold("NO_COLOR"), "When it is not empty, there are no colours unless \\fB\\-\\-color\\fR asks for them.");

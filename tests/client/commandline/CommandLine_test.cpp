@@ -175,7 +175,8 @@ TEST(CommandLine, events) {
     ASSERT_EQ(replay.kind, Kind::eventsReplay) << replay.text;
     EXPECT_EQ(replay.events.file, "file");
     EXPECT_EQ(parse({"events", "watch", "--every", "0"}).text,
-              "--every: \"0\" is not a number of seconds from 0.01 up. See \"kavaro events watch --help\".");
+              "--every: \"0\" is not a number of seconds from 0.01 to 31622400, which is 366 days. See \"kavaro events "
+              "watch --help\".");
     for (const Words& arguments :
          {Words{"events"}, Words{"events", "nonsense"}, Words{"events", "replay"}, Words{"events", "replay", ""},
           Words{"events", "replay", "a", "b"}, Words{"events", "record", "--for", "x"},

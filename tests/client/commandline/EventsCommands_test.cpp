@@ -352,28 +352,53 @@ TEST(Events, theyEndWhenTheirReaderIsGone) {
 
 TEST(EventsReplay, filesThatAreNoRecordings) {
     const TempFolder temp;
-    CommandRun gone;
-    EXPECT_EQ(gone.run({"events", "replay", temp.path("none")}), kExitFailed);
-    EXPECT_EQ(gone.error(), "kavaro: " + temp.path("none") + ": No such file or directory\n");
     ASSERT_EQ(mkfifo(temp.path("pipe").c_str(), 0600), 0);
-    CommandRun pipe;
-    EXPECT_EQ(pipe.run({"events", "replay", temp.path("pipe")}), kExitFailed);
-    EXPECT_EQ(pipe.error(), "kavaro: " + temp.path("pipe") + ": is no regular file\n");
-    for (const char* text : {"", "index=", "no row in here", "index=index=index="}) {
-        CommandRun empty;
-        EXPECT_EQ(empty.run({"events", "replay", temp.write("file", text)}), kExitDone) << text;
-        EXPECT_THAT(empty.output(), HasSubstr("0 batches, 0 changes, 0 changes after coalescing\n"));
+    temp.write("empty", "");
+    temp.write("text", "no row in here, long as it is");
+    const std::vector<std::pair<std::string, std::string>> files = {
+        {temp.path("none"), "cannot be read: No such file or directory"},
+        {temp.path("pipe"), "is no regular file"},
+        {temp.path(), "is a folder"},
+        {temp.path("empty"), "is no recording of changes"},
+        {temp.path("text"), "is no recording of changes"}};
+    for (const auto& [path, reason] : files) {
+        CommandRun run;
+        EXPECT_EQ(run.run({"events", "replay", path}), kExitFailed);
+        EXPECT_EQ(run.error(),
+                  "kavaro: " + path + ": " + reason + ". Name a file that \"kavaro events record\" has written.\n");
+        EXPECT_EQ(run.output(), "");
     }
-    CommandRun broken;
-    EXPECT_EQ(broken.run({"events", "replay",
-                          temp.write("file",
-                                     "\n  index=\"0\"; eventBatch=\"begin\"; batchCount=\"1\"; "
-                                     "\n  index=\"0\"; inode=\"1\n  index=\"0\"; eventBatch=\"end\"; "
-                                     "batchCount=\"1\"; \n  index=\n")}),
-              kExitDone);
-    EXPECT_THAT(broken.error(), HasSubstr("kavaro: rowString: "));
-    EXPECT_THAT(broken.output(), HasSubstr("1 broken row left out\n"));
-    EXPECT_THAT(broken.output(), Not(HasSubstr("changes left out")));
+    for (const std::string& text : {std::string("index="), std::string(kRecordingEnd), std::string("index=index=")}) {
+        CommandRun quiet;
+        EXPECT_EQ(quiet.run({"events", "replay", temp.write("file", text)}), kExitDone) << text;
+        EXPECT_THAT(quiet.output(), HasSubstr("0 batches, 0 changes, 0 changes after coalescing\n"));
+        EXPECT_THAT(quiet.error(), Not(HasSubstr("no row"))) << text;
+    }
+}
+
+TEST(EventsReplay, fewOfManyBrokenRowsAreShownAndTheirBeginning) {
+    const TempFolder temp;
+    const std::string begin = "\n  index=\"0\"; eventBatch=\"begin\"; batchCount=\"1\"; ";
+    const std::string end = "\n  index=\"0\"; eventBatch=\"end\"; batchCount=\"1\"; \n  index=\n";
+    CommandRun one;
+    const std::string path = temp.write("one", begin + "\n  index=\"0\"; inode=\"1" + end);
+    EXPECT_EQ(one.run({"events", "replay", path}), kExitDone);
+    EXPECT_THAT(one.error(), testing::StartsWith("kavaro: " + path + ": row 2 is left out: "));
+    EXPECT_THAT(one.error(), testing::EndsWith("): index=\"0\"; inode=\"1\n"));
+    EXPECT_THAT(one.output(), HasSubstr("1 broken row left out\n"));
+    EXPECT_THAT(one.output(), Not(HasSubstr("changes left out")));
+    std::string rows;
+    for (int i = 0; i < 1000; ++i) rows += "\n  index=\"0\"; inode=\"" + std::string(5000, 'x');
+    rows += "\n  index=" + std::string(2 << 20, 'y');
+    CommandRun many;
+    EXPECT_EQ(many.run({"events", "replay", temp.write("many", begin + rows + end)}), kExitDone);
+    EXPECT_LT(many.error().size(), 5 * 500u);
+    EXPECT_EQ(std::ranges::count(many.error(), '\n'), 5);
+    EXPECT_THAT(many.output(), HasSubstr("1,001 broken rows left out, 996 more than were shown\n"));
+    const std::string longRow = temp.write("long", "index=\"0\";\n index=" + std::string(2 << 20, 'y') + end);
+    CommandRun tooLong;
+    EXPECT_EQ(tooLong.run({"events", "replay", longRow}), kExitDone);
+    EXPECT_EQ(tooLong.error(), "kavaro: " + longRow + ": row 2 is left out: 2097161 bytes are too long for a row.\n");
 }
 
 TEST(EventsReplay, whatIsLeftOutIsSaid) {
