@@ -25,6 +25,7 @@ SlimmingOutcome callInPortions(const char* member, MeasurementSource& source, co
         const CommandReply reply = source.command(member, {busValueOf(some)}, interruptsCalls);
         outcome.interrupted = reply.interrupted;
         outcome.failure = reply.failure;
+        if (outcome.ok()) outcome.answered = outcome.sent;
         if (outcome.ok() && take(reply, &outcome) && callbacks.progress) callbacks.progress(outcome.sent);
     }
     return outcome;

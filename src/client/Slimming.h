@@ -23,6 +23,7 @@ inline constexpr std::size_t kMostLipoRemovals = 10;
 struct SlimmingOutcome {
     LipoTables tables;         // of questions
     std::size_t sent = 0;      // files, from the first, in calls that were made
+    std::size_t answered = 0;  // of those, in calls that were answered
     bool interrupted = false;  // before all were sent
     std::string failure;       // for people, with a closing stop; empty when every call was answered
     bool ok() const { return failure.empty() && !interrupted; }

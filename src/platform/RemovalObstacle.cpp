@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -93,6 +94,21 @@ std::string removalObstacle(const std::string& path, RemovalKind kind, bool asTh
     const std::optional<std::string> point = MountTable().firstBelow(pathOfDescriptor(folder.get()));
     if (point) return "another file system is mounted in it, at " + printable(*point);
     return asThisUser ? obstacleWithin(place) : std::string();
+}
+
+std::string rewriteObstacle(const std::string& path, std::uint64_t bytes) {
+    std::string obstacle = removalObstacle(path, RemovalKind::onlyNoFolder, true);
+    if (!obstacle.empty()) return obstacle;
+    SafePlace place;
+    if (const int error = openSafePlace(path, &place)) return removalErrorText(error);
+    // Nobody gets this for permission bits, which keep nobody from replacing a file either.
+    if (faccessat(place.folder.get(), place.name.c_str(), W_OK, AT_EACCESS) != 0 && errno == EPERM)
+        return "an attribute of the file forbids every change (lsattr shows it)";
+    struct statvfs volume {};
+    if (fstatvfs(place.folder.get(), &volume) != 0) return {};
+    const std::uint64_t blocks = geteuid() == 0 ? volume.f_bfree : volume.f_bavail;
+    if (blocks * volume.f_frsize < bytes) return "no space is left for the new file beside it";
+    return {};
 }
 
 }  // namespace kavaro

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "platform/Removal.h"
@@ -10,5 +11,8 @@ namespace kavaro {
 // without a full stop; empty when nothing stands in the way. Touches nothing. `asThisUser`: it was tried by a process
 // with this one's rights. Looks at no more than 10,000 folders below the entry.
 std::string removalObstacle(const std::string& path, RemovalKind kind, bool asThisUser);
+
+// The same for a file that a process with this one's rights should have replaced by a new one of so many bytes.
+std::string rewriteObstacle(const std::string& path, std::uint64_t bytes);
 
 }  // namespace kavaro

@@ -1,6 +1,7 @@
 """`kavaro slim` on application bundles with made-up universal files, through real servers and embedded."""
 import json
 import os
+import shutil
 import stat
 import subprocess
 import unittest
@@ -108,6 +109,41 @@ class Slim(harness.Case):
             os.rename(self.other, os.path.join(self.root, 'A.app/Contents/MacOS/busy'))
             result = self.slim('--apply', '--yes', '--embedded', self.root, code=1)
         self.assertIn('another program has it open for writing', result.stderr)
+
+    @unittest.skipUnless(os.geteuid() == 0, 'root alone mounts')
+    def test_what_stands_in_the_way_is_told(self):
+        volume = self.make('volume')
+        script = '''
+            mount -t tmpfs -o size=400k none "$1" && cp -r "$2" "$1/apps" || exit 77
+            shift 2
+            mount -o remount,ro "$KAVARO_VOLUME"
+            "$0" slim "$@" "$KAVARO_VOLUME"
+            mount -o remount,rw "$KAVARO_VOLUME"
+            dd if=/dev/zero of="$KAVARO_VOLUME/full" bs=4k 2>/dev/null
+            "$0" slim "$@" "$KAVARO_VOLUME"
+        '''
+        options = [*WANTED, '--apply', '--yes', '--embedded']
+        result = subprocess.run(['unshare', '-m', 'sh', '-c', script, harness.KAVARO, volume, self.root, *options],
+                                env=dict(self.environment, KAVARO_VOLUME=volume), capture_output=True, text=True,
+                                stdin=subprocess.DEVNULL, timeout=harness.PATIENCE)
+        if result.returncode == 77:
+            self.skipTest('mounting is refused here')
+        program = f'kavaro: {volume}/apps/A.app/Contents/MacOS/A: '
+        self.assertIn(program + 'its volume can only be read.\n', result.stderr)
+        self.assertIn(program + 'no space is left for the new file beside it.\n', result.stderr)
+        self.assertEqual(result.stdout.count('0 programs rewritten, 0 bytes freed.\n'), 2, result.stdout)
+
+    @unittest.skipUnless(os.geteuid() == 0 and shutil.which('chattr'), 'root alone sets attributes')
+    def test_attributes_that_forbid_it_are_told(self):
+        for path, reason in ((self.program, 'an attribute of the file forbids every change (lsattr shows it)'),
+                             (os.path.dirname(self.program), 'permission denied')):
+            if subprocess.run(['chattr', '+i', path], capture_output=True).returncode != 0:
+                self.skipTest('there are no such attributes here')
+            try:
+                result = self.slim('--apply', '--yes', '--embedded', os.path.join(self.root, 'A.app'), code=1)
+            finally:
+                subprocess.run(['chattr', '-i', path], check=True)
+            self.assertIn(f'kavaro: {self.program}: {reason}.\n', result.stderr)
 
     @unittest.skipUnless(os.geteuid() == 0, 'only root can be another user')
     def test_files_of_others(self):

@@ -26,6 +26,17 @@ TEST(RemovalObstacle, NothingStandsInTheWayOfOnesOwn) {
     EXPECT_EQ(removalObstacle("/proc", RemovalKind::tree, true), removalErrorText(EBUSY));
 }
 
+TEST(RemovalObstacle, ARewriteNeedsRoomAndAFolderThatTakesIt) {
+    TempFolder temp;
+    ASSERT_EQ(chmod(temp.path().c_str(), 0755), 0);
+    const std::string file = temp.write("file", "x");
+    EXPECT_EQ(rewriteObstacle(file, 1), "");
+    EXPECT_EQ(rewriteObstacle(file, std::uint64_t{1} << 62), "no space is left for the new file beside it");
+    EXPECT_EQ(rewriteObstacle(temp.path("absent"), 1), removalErrorText(ENOENT));
+    // A file of the kernel's that not even root may write, in a folder that takes no other.
+    EXPECT_NE(rewriteObstacle("/sys/kernel/uevent_seqnum", 1), "");
+}
+
 TEST(RemovalObstacle, PermissionsAreLookedAtAllTheWayDown) {
     TempFolder temp;
     ASSERT_EQ(chmod(temp.path().c_str(), 0755), 0);

@@ -8,6 +8,8 @@
 #include "client/commandline/FolderMeasurements.h"
 #include "client/commandline/SlimOutput.h"
 #include "platform/FileAttributes.h"
+#include "platform/FileStatus.h"
+#include "platform/RemovalObstacle.h"
 #include "platform/Text.h"
 #include "support/StringHelpers.h"
 
@@ -147,7 +149,7 @@ class SlimCommand {
             files.push_back({static_cast<std::uint32_t>(i), _tasks[i].removal.filePath});
         const SlimmingOutcome now = askArchitectures(source(), files, {[] { return false; }, {}});
         std::uint64_t freed = 0;
-        std::size_t done = 0;
+        std::size_t done = 0, untried = _tasks.size() - removal.sent;
         for (std::size_t i = 0; i < removal.sent && now.ok(); ++i) {
             const SlimTask& task = _tasks[i];
             const auto table = now.tables.find(static_cast<std::uint32_t>(i));
@@ -155,6 +157,8 @@ class SlimCommand {
             if (reason.empty()) {
                 ++done;
                 freed += task.freed;
+            } else if (i >= removal.answered) {
+                ++untried;  // the server went before it came to it
             } else {
                 writeError(_context, errorMessage(task.removal.filePath, reason, ""));
                 _measurements.fail(kExitFailed);
@@ -162,7 +166,6 @@ class SlimCommand {
         }
         if (!removal.failure.empty()) fail(removal.failure, kExitFailed);
         if (!now.ok()) fail("what became of the programs cannot be told: " + now.failure, kExitFailed);
-        const std::size_t untried = _tasks.size() - removal.sent;
         const std::string left = counted(untried, "program", "programs") + " not tried.";
         if (removal.interrupted)
             fail("interrupted, " + left, kExitInterrupted);
@@ -184,7 +187,12 @@ class SlimCommand {
                                            [&](const std::string& name) { return table.get(name) != nullptr; });
         if (!holdsSome) return {};
         const bool isThisUser = _options.embedded || _options.bus == "session";
-        const std::string obstacle = isThisUser ? lipoObstacle(path, names) : std::string();
+        std::string obstacle = isThisUser ? lipoObstacle(path, names) : std::string();
+        struct stat status {};
+        if (isThisUser && obstacle.empty() && fileStatusAtPath(path, &status) == 0) {
+            const auto size = static_cast<std::uint64_t>(status.st_size);
+            obstacle = rewriteObstacle(path, size - std::min(size, task.freed));
+        }
         return obstacle.empty() ? "the server left it as it was; its log says why (--verbose shows it)" : obstacle;
     }
 

@@ -245,6 +245,24 @@ TEST(SlimCommand, aServerThatRefusesOrGoes) {
     }
 }
 
+TEST(SlimCommand, aServerThatGoesInTheMiddle) {
+    SlimRun run;
+    const auto serve = run.command;
+    run.command = [&](std::string_view member, const std::vector<BusValue>& arguments,
+                      const std::function<bool()>& interrupted) {
+        if (member != "lipoNodes") return serve(member, arguments, interrupted);
+        auto files = lipoRemovalsIn(arguments.at(0)).value();
+        EXPECT_EQ(files.size(), 2u);
+        files.pop_back();
+        CommandReply reply = serve(member, {busValueOf(files)}, interrupted);
+        reply.failure = "the server went away.";
+        return reply;
+    };
+    EXPECT_EQ(run.run({"slim", "--apply", "--yes", run.path}), kExitFailed);
+    EXPECT_EQ(run.error(), "kavaro: the server went away.\nkavaro: 1 program not tried.\n");
+    EXPECT_THAT(run.output(), HasSubstr("\n1 program rewritten, "));
+}
+
 TEST(SlimCommand, interruptedWhileItAsks) {
     SlimRun run;
     run.command = [&](std::string_view, const std::vector<BusValue>&, const std::function<bool()>& interrupted) {
