@@ -4,6 +4,7 @@
 
 #include <optional>
 
+#include "client/TreeTotals.h"
 #include "client/commandline/Commands.h"
 #include "client/commandline/LiveLine.h"
 #include "client/commandline/PathArgument.h"
@@ -15,16 +16,42 @@
 
 namespace kavaro {
 
+namespace {
+
+MeasurementProgress sumOf(const MeasurementProgress& before, MeasurementProgress progress) {
+    progress.folders += before.folders;
+    progress.files += before.files;
+    progress.physicalSize += before.physicalSize;
+    progress.logicalSize += before.logicalSize;
+    progress.seconds += before.seconds;
+    return progress;
+}
+
+// At its end.
+MeasurementProgress progressOf(const Measurement& measurement) {
+    const EntryTotals totals = TreeTotals(*measurement.root, 0).ofRoot();
+    return {totals.folders,     totals.files,        totals.physicalSize,
+            totals.logicalSize, measurement.seconds, measurement.path};
+}
+
+}  // namespace
+
 void FolderMeasurements::fail(int exitCode) {
     if (_exitCode != kExitInterrupted) _exitCode = exitCode;
 }
 
 void FolderMeasurements::run(const Show& show) {
     prepareLog();
-    if (_preparesCommands) source().prepareCommands();
+    if (_preparesCommands && !_ownSource) source().prepareCommands();
     for (const std::string& folder : _options.folders) {
-        if (!measureOne(folder, show) || _exitCode == kExitInterrupted) return;
+        if (!measureOne(folder, show) || _exitCode == kExitInterrupted) break;
     }
+    _line.reset();
+}
+
+void FolderMeasurements::measureHere() {
+    _ownSource = _context.quickSource();
+    if (_context.errorIsTerminal) _line.emplace(_context.error, _context.errorColumns, *_context.clock);
 }
 
 void FolderMeasurements::prepareLog() {
@@ -52,6 +79,7 @@ bool FolderMeasurements::measureOne(const std::string& argument, const Show& sho
     Measurement measurement = measure(path);
     // Whatever the last notification said: something was cut off.
     measurement.partial |= !measurement.ok();
+    if (_line && !measurement.ok()) _line->erase();
     if (measurement.interrupted) fail(kExitInterrupted);
     if (!measurement.failure.empty()) {
         writeError(_context, withProgramName(measurement.failure));
@@ -70,15 +98,26 @@ bool FolderMeasurements::measureOne(const std::string& argument, const Show& sho
 }
 
 Measurement FolderMeasurements::measure(const std::string& path) {
-    std::optional<LiveLine> line;
-    if (_context.errorIsTerminal) line.emplace(_context.error, _context.errorColumns, *_context.clock);
-    MeasurementSource::Callbacks callbacks;
-    callbacks.progress = [&](const MeasurementProgress& progress) {
-        if (line) line->show(progress);
+    std::optional<LiveLine> own;
+    if (_context.errorIsTerminal && !_line) own.emplace(_context.error, _context.errorColumns, *_context.clock);
+    MeasurementProgress last;
+    const auto show = [&](const MeasurementProgress& progress) {
+        last = progress;
+        if (own) own->show(progress);
+        if (_line) _line->show(sumOf(_measured, progress));
     };
+    MeasurementSource::Callbacks callbacks;
+    callbacks.progress = show;
     callbacks.interrupted = [this] { return isInterrupted(); };
     callbacks.showsPart = _part == Part::isShown;
-    return source().measure(path, callbacks);
+    if (!_ownSource) return source().measure(path, callbacks);
+    Measurement measurement = _ownSource->measure(path, callbacks);
+    if (measurement.root && _line) {
+        last = progressOf(measurement);
+        show(last);
+    }
+    _measured = sumOf(_measured, last);
+    return measurement;
 }
 
 MeasurementSource& FolderMeasurements::source() {

@@ -2,9 +2,11 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "client/commandline/LiveLine.h"
 #include "client/commandline/Output.h"
 #include "client/commandline/RunCommandLine.h"
 
@@ -41,6 +43,9 @@ class FolderMeasurements {
     // Each folder is measured, and named, by its path without links. What is to be changed later is then what was
     // measured, whatever becomes of a link that was named. Call before run().
     void resolveLinks() { _resolvesLinks = true; }
+    // Measures in this process, and shows one line for all folders: a server takes a second for each of them. Commands
+    // go to the server all the same. Call before run(), where no server may read more than this process.
+    void measureHere();
     // Commands for the server will follow: what they need is made ready while folders are measured. Call before run().
     void prepareCommands() { _preparesCommands = true; }
     // On standard error: that folders could not be looked into, with `lists` which and why. Nothing where all were.
@@ -67,6 +72,9 @@ class FolderMeasurements {
     bool _resolvesLinks = false;
     bool _preparesCommands = false;
     std::unique_ptr<MeasurementSource> _source;
+    std::unique_ptr<MeasurementSource> _ownSource;  // that measures in its place; null: none does
+    std::optional<LiveLine> _line;                  // for all folders, with _ownSource
+    MeasurementProgress _measured;                  // of the folders before this one, likewise
     int _exitCode = kExitDone;
 };
 

@@ -31,6 +31,7 @@ struct CommandContext {
     std::function<void(int)> leaveAtSignal;    // the one, counted from 1, that does so otherwise; the second at first
     std::function<std::unique_ptr<MeasurementSource>(const RemoteOptions&)> remoteSource;
     std::function<std::unique_ptr<MeasurementSource>()> embeddedSource;
+    std::function<std::unique_ptr<MeasurementSource>()> quickSource;  // the same for many folders
     std::function<std::unique_ptr<ServerControl>(const RemoteOptions&)> serverControl;
     EventDevice::Open openEventDevice;
 };

@@ -103,6 +103,7 @@ int runCommandLine(int argc, char** argv) {
     context.leaveAtSignal = [](int count) { RunLoop::leaveAtSignal(count, kExitInterrupted); };
     context.remoteSource = makeRemoteSource;
     context.embeddedSource = makeEmbeddedSource;
+    context.quickSource = makeQuickSource;
     context.serverControl = makeServerControl;
     context.openEventDevice = VolumeEventDevice::open;
     return runCommandLine(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc), context);

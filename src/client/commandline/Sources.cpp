@@ -2,6 +2,7 @@
 
 #include "client/RemoteMeasurement.h"
 #include "client/commandline/EmbeddedMeasurement.h"
+#include "factory/TuvNodeFactory.h"
 #include "platform/Bus.h"
 #include "platform/RunLoop.h"
 #include "platform/Text.h"
@@ -12,6 +13,7 @@ namespace kavaro {
 namespace {
 
 constexpr double kAnswerSeconds = 10;
+constexpr double kQuickInterval = 0.002;
 
 // Asks without taking the client's name: another client may be at work.
 class BusServerControl final : public ServerControl {
@@ -79,6 +81,14 @@ std::unique_ptr<MeasurementSource> makeRemoteSource(const RemoteOptions& options
 
 std::unique_ptr<MeasurementSource> makeEmbeddedSource() {
     return std::make_unique<EmbeddedMeasurement>();
+}
+
+std::unique_ptr<MeasurementSource> makeQuickSource() {
+    TuvNodeFactory::Surroundings surroundings;
+    surroundings.durations.setUpPause = 0;
+    surroundings.durations.notificationInterval = kQuickInterval;
+    TuvNodeFactory::setSurroundings(surroundings);
+    return makeEmbeddedSource();
 }
 
 std::unique_ptr<ServerControl> makeServerControl(const RemoteOptions& options) {

@@ -19,6 +19,10 @@ std::unique_ptr<MeasurementSource> makeRemoteSource(const RemoteOptions& options
 // Measures in this process, without a bus. Reads the settings of UserDefaults::standard().
 std::unique_ptr<MeasurementSource> makeEmbeddedSource();
 
+// The same for many folders in a row: without the pauses that the engine makes before its first job and between what it
+// tells. For a process that has made no engine yet.
+std::unique_ptr<MeasurementSource> makeQuickSource();
+
 // A server that may be running. Never starts one.
 class ServerControl {
   public:

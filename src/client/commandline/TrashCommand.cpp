@@ -56,6 +56,8 @@ class TrashCommand {
             _folders.folders.push_back(item.path);
             items[item.path] = &item;
         }
+        const bool isServerOurs = _options.embedded || _options.bus == "session";
+        if (_folders.folders.size() > 1 && isServerOurs) _measurements.measureHere();
         if (!_options.confirm.dryRun) _measurements.prepareCommands();
         _measurements.run([&](const std::string& argument, Measurement& measurement) {
             items[argument]->bytes = measurement.root->physicalSize();

@@ -62,6 +62,10 @@ class CommandRun {
             return std::make_unique<Source>(*this);
         };
         context.beginQuestion = [this] { askedBeforeBegin.push_back(asked); };
+        context.quickSource = [this] {
+            ++quick;
+            return std::make_unique<Source>(*this);
+        };
         context.readAnswer = [this]() -> std::optional<std::string> {
             ++asked;
             return typed;
@@ -107,6 +111,7 @@ class CommandRun {
     int leavesAtSignal = 2;
     int endedServers = 0;
     int embedded = 0;
+    int quick = 0;
     int asked = 0;
     std::vector<int> askedBeforeBegin;  // how often an answer had been read when a question began
     int stops = 0;

@@ -238,6 +238,22 @@ TEST_F(TrashCommand, AFolderThatCannotBeMeasuredStays) {
     EXPECT_THAT(server.paths, IsEmpty());
 }
 
+TEST_F(TrashCommand, ManyFoldersAreMeasuredHere) {
+    const std::string one = temp.makeFolder("one"), two = temp.makeFolder("two");
+    run.context.errorIsTerminal = true;
+    EXPECT_EQ(run.run({"trash", "--yes", "--bus", "system", one, two}), kExitDone);
+    EXPECT_EQ(run.run({"trash", "--yes", temp.makeFolder("one")}), kExitDone);
+    EXPECT_EQ(run.quick, 0) << "a shared server may read more, and one job is one job";
+    temp.makeFolder("one");
+    temp.makeFolder("two");
+    EXPECT_EQ(run.run({"trash", "--yes", one, two}), kExitDone) << run.error();
+    EXPECT_EQ(run.quick, 1);
+    EXPECT_EQ(run.measured.size(), 5u);
+    EXPECT_THAT(run.commands, Each("moveToTrash"));
+    EXPECT_FALSE(run.remotes.empty()) << "the commands go to the server";
+    EXPECT_THAT(run.output(), HasSubstr("2 entries, 6.0 MB that are free"));
+}
+
 TEST_F(TrashCommand, LongPlansAreCutOnATerminalAlone) {
     std::vector<std::string> arguments{"trash", "--yes"};
     for (int number = 0; number < 60; ++number) arguments.push_back(temp.write("f" + std::to_string(number), ""));
