@@ -1,7 +1,9 @@
 #include "platform/Trash.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cmath>
@@ -11,6 +13,7 @@
 #include "platform/Clock.h"
 #include "platform/EntryStatus.h"
 #include "platform/Environment.h"
+#include "platform/Text.h"
 
 namespace kavaro {
 
@@ -146,6 +149,31 @@ Trash::Result Trash::move(const std::string& path) {
         if (candidate.folder && result.error != EXDEV) full = result;
     }
     return full ? *full : result;
+}
+
+std::optional<TrashDetour> trashDetour(const std::string& folder) {
+    int error = 0;
+    if (TrashFolder::ofUser(&error)) return std::nullopt;
+    const std::string data = baseFolder("XDG_DATA_HOME", ".local/share");
+    struct stat info {};
+    std::string above = data;  // the nearest that is there
+    while (!above.empty() && stat(above.c_str(), &info) != 0) above = stringByDeletingLastPathComponent(above);
+    FileDescriptor place;
+    EntryStatus status;
+    struct stat ofPlace {};
+    if (above.empty() || openSafeFolder(folder, O_PATH, &place) != 0 || readStatus(place.get(), "", &status) != 0 ||
+        fstat(place.get(), &ofPlace) != 0 || ofPlace.st_dev != info.st_dev)
+        return std::nullopt;
+    MountTable mounts;
+    const Mount* mount = mounts.withID(status.mount);
+    if (!mount) return std::nullopt;
+    const std::string top = mount->point == "/" ? std::string() : mount->point;
+    const std::string user = std::to_string(geteuid());
+    std::string trash = top + "/.Trash/" + user;
+    const bool isShared = lstat((top + "/.Trash").c_str(), &info) == 0 && S_ISDIR(info.st_mode) &&
+                          (info.st_mode & S_ISVTX) != 0 && lstat(trash.c_str(), &info) == 0;
+    if (!isShared) trash = top + "/.Trash-" + user;
+    return TrashDetour{data + "/Trash", errorText(error), trash};
 }
 
 }  // namespace kavaro

@@ -3,6 +3,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "platform/TrashFolder.h"
@@ -48,5 +49,14 @@ class Trash {
     std::map<std::pair<Kind, std::uint64_t>, Slot> _slots;  // by mount; that of the user has none
     std::map<std::uint64_t, Kind> _lastKinds;               // by mount: what took the last entry
 };
+
+// Where nobody would look for an entry, who knows the user's Trash and that it is on the entry's volume.
+struct TrashDetour {
+    std::string userTrash;
+    std::string reason;  // why that cannot be used, for people
+    std::string trashFolder;
+};
+// Of what this user moves to the Trash out of a folder; nothing when that goes to the usual place.
+std::optional<TrashDetour> trashDetour(const std::string& folder);
 
 }  // namespace kavaro

@@ -212,6 +212,38 @@ class Trash(harness.Case):
         self.assertIn('\nPath=sub/file\n', result.stdout)
         self.assertIn('there is no Trash on its volume, and nothing is copied to another one', result.stderr)
 
+    @unittest.skipUnless(os.geteuid() == 0, 'root alone mounts')
+    def test_a_trash_where_nobody_looks_is_told(self):
+        volume = self.make('volume')
+        script = '''
+            mount -t tmpfs none "$1" || exit 77
+            export HOME="$1/home"
+            mkdir -p "$HOME/.local/share" && touch "$HOME/.local/share/Trash" "$1/first" "$1/second" || exit 1
+            "$0" trash --yes "$1/first" || exit 1
+            test -e "$1/.Trash-0/files/first" || exit 1
+            rm "$HOME/.local/share/Trash"
+            "$0" trash --yes "$1/second" 2>&1
+        '''
+        result = subprocess.run(['unshare', '-m', 'sh', '-c', script, harness.KAVARO, volume], env=self.environment,
+                                capture_output=True, text=True, stdin=subprocess.DEVNULL, timeout=harness.PATIENCE)
+        if result.returncode == 77:
+            self.skipTest('mounting is refused here')
+        self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
+        self.assertEqual(result.stderr, f'kavaro: {volume}/home/.local/share/Trash: cannot be used (Not a directory), '
+                                        f'so what lay on its volume is in {volume}/.Trash-0.\n')
+        self.assertNotIn('.Trash-0', result.stdout)
+
+    def test_many_folders_are_measured_quickly(self):
+        tree = self.make_tree('tree', folders=60, files=2, size=5000)
+        folders = [os.path.join(tree, name) for name in sorted(os.listdir(tree))]
+        size = sum(os.stat(os.path.join(folder, name)).st_blocks * 512 for folder in folders
+                   for name in os.listdir(folder))
+        begin = time.monotonic()
+        result = self.run_trash('--dry-run', *folders)
+        self.assertLess(time.monotonic() - begin, 8, 'a job for each would take over a minute')
+        self.assertIn(b'\n60 entries, %.1f KB that are free' % (size / 1024), result.stdout)
+        self.assertIn(b'\n60 entries moved', self.run_trash('--yes', *folders).stdout)
+
 
 class Gdbus(harness.Case):
     """The three commands of the server, driven with gdbus alone."""

@@ -214,6 +214,25 @@ TEST_F(TrashTest, WithoutPermissionItIsRefused) {
     ASSERT_EQ(chmod(temp.path("shut").c_str(), 0755), 0);
 }
 
+// And only where it goes there because the user's own one, on the same volume, is of no use.
+TEST(Trash, APlaceWhereNobodyLooksIsTold) {
+    TempFolder temp;
+    const ScopedEnvironment data("XDG_DATA_HOME", temp.path("data"));
+    temp.makeFolder("away");
+    EXPECT_FALSE(trashDetour(temp.path("away")));
+    ASSERT_EQ(rename(temp.path("data/Trash").c_str(), temp.path("data/old").c_str()), 0);
+    temp.write("data/Trash", "");
+    const std::optional<TrashDetour> detour = trashDetour(temp.path("away"));
+    ASSERT_TRUE(detour);
+    EXPECT_EQ(detour->userTrash, temp.path("data/Trash"));
+    EXPECT_EQ(detour->reason, "Not a directory");
+    EXPECT_THAT(detour->trashFolder, HasSubstr("/.Trash"));
+    EXPECT_TRUE(detour->trashFolder.ends_with("Trash-" + std::to_string(geteuid())) ||
+                detour->trashFolder.ends_with("Trash/" + std::to_string(geteuid())))
+        << detour->trashFolder;
+    EXPECT_FALSE(trashDetour("/proc")) << "another volume";
+}
+
 TEST(Trash, DatesAreLocal) {
     const ScopedEnvironment zone("TZ", "UTC0");
     tzset();

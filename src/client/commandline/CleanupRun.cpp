@@ -10,6 +10,7 @@
 #include "platform/RemovalObstacle.h"
 #include "platform/SafeFolder.h"
 #include "platform/Text.h"
+#include "platform/Trash.h"
 #include "support/StringHelpers.h"
 #include "support/TuvLog.h"
 
@@ -145,6 +146,7 @@ class CleanupRun {
     // Goes by what is there now, whatever the server said.
     void report() {
         std::uint64_t gone = 0, freed = 0, left = 0;
+        std::set<std::string> folders;  // out of which something went
         for (std::size_t i = 0; i < _plan.items.size(); ++i) {
             const CleanupItem& item = _plan.items[i];
             const auto reason = _reasons.find(item.path);
@@ -154,6 +156,7 @@ class CleanupRun {
                 writeError(_context, errorMessage(item.path, isGone ? "it is no longer there" : reason->second, ""));
             } else if (!isThere(item.path)) {
                 ++gone;
+                folders.insert(stringByDeletingLastPathComponent(item.path));
                 freed += item.bytes;
             } else if (i >= _sent) {
                 ++left;
@@ -162,6 +165,7 @@ class CleanupRun {
                 writeError(_context, errorMessage(item.path, why(item), ""));
             }
         }
+        sayDetours(folders);
         if (!_failure.empty()) {
             fail(kExitFailed);
             writeError(_context, withProgramName(_failure));
@@ -178,6 +182,23 @@ class CleanupRun {
         text += _plan.call == Call::moveToTrash ? ".\n" : ", " + compactStringFromSize(freed) + " freed.\n";
         if (const int exitCode = writeResult(_context, text); exitCode != kExitDone) fail(exitCode);
     }
+
+    // Of what went to a Trash where nobody would look for it.
+    void sayDetours(const std::set<std::string>& folders) const {
+        if (_plan.call != Call::moveToTrash || !isAsThisUser()) return;
+        std::set<std::string> said;
+        for (const std::string& folder : folders) {
+            const std::optional<TrashDetour> detour = trashDetour(folder);
+            if (!detour || !said.insert(detour->trashFolder).second) continue;
+            writeError(_context,
+                       errorMessage(detour->userTrash,
+                                    "cannot be used (" + detour->reason + "), so what lay on its volume is in " +
+                                        printable(detour->trashFolder),
+                                    ""));
+        }
+    }
+
+    bool isAsThisUser() const { return _options.embedded || _options.bus == "session"; }
 
     std::string abandonedText() const {
         if (_abandoned == Abandoned::none) return {};
@@ -203,8 +224,7 @@ class CleanupRun {
                 return "no English language folder stays beside it; the server ends there and leaves the rest";
         }
         const RemovalKind kind = _plan.call == Call::removeNibs ? RemovalKind::onlyNoFolder : RemovalKind::tree;
-        const bool asThisUser = _options.embedded || _options.bus == "session";
-        const std::string obstacle = removalObstacle(item.path, kind, asThisUser);
+        const std::string obstacle = removalObstacle(item.path, kind, isAsThisUser());
         if (!obstacle.empty()) return obstacle;
         return "the server left it; its log says why (--verbose shows it)";
     }
