@@ -162,6 +162,12 @@ class Cleanup(harness.Case):
         harness.wait_until(lambda: client.poll() is not None or not self.is_pending(client.pid), 'it is caught')
 
     @staticmethod
+    def waits(pid):
+        """How often it has begun to wait for something."""
+        with open(f'/proc/{pid}/status') as f:
+            return next(int(line.split()[1]) for line in f if line.startswith('voluntary_ctxt_switches'))
+
+    @staticmethod
     def is_pending(pid):
         with open(f'/proc/{pid}/status') as f:
             return any(line.startswith(('SigPnd', 'ShdPnd')) and int(line.split()[1], 16) for line in f)
@@ -187,6 +193,8 @@ class Cleanup(harness.Case):
         with open(reading, 'rb') as out:
             while b'that this frees' not in out.readline():
                 pass
+            before = self.waits(client.pid)
+            harness.wait_until(lambda: self.waits(client.pid) > before + 10, 'it waits for the answer')
             self.send_interruption(client)
             self.assertIsNone(client.poll(), 'a call that was made is waited for')
             self.send_interruption(client)
