@@ -240,7 +240,7 @@ class Trash(harness.Case):
                    for name in os.listdir(folder))
         begin = time.monotonic()
         result = self.run_trash('--dry-run', *folders)
-        self.assertLess(time.monotonic() - begin, 8, 'a job for each would take over a minute')
+        self.assertLess(time.monotonic() - begin, 30, 'a job for each would take over a minute')
         self.assertIn(b'\n60 entries, %.1f KB that are free' % (size / 1024), result.stdout)
         self.assertIn(b'\n60 entries moved', self.run_trash('--yes', *folders).stdout)
 
