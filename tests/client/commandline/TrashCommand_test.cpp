@@ -209,6 +209,7 @@ TEST_F(TrashCommand, ASecondInterruptionEndsTheServer) {
         EXPECT_THAT(run.error(), HasSubstr(std::string("kavaro: interrupted, 1 entry left. The server ") +
                                            (isOurs ? "was ended.\n" : "is shared, and finishes what it is at.\n")));
     }
+    server.work = nullptr;
     run.leavesAtSignal = 2;
     run.signals = 0;
     run.run({"trash", "--yes", "--embedded", temp.write("first", "")});
