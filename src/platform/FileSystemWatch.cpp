@@ -148,7 +148,7 @@ std::unique_ptr<FileSystemWatch> FileSystemWatch::open(const std::string& volume
     const std::string handle = handleOf(folder.get(), "", AT_EMPTY_PATH);
     watch->_form = formOfHandle(handle, info.st_ino);
     watch->_folders.setVolumeHandle(handleOf(AT_FDCWD, watch->_top.c_str(), 0));
-    watch->_showsMark = watch->isMarked();
+    watch->_showsMark = watch->isMarked() == true;
     watch->_mounts.reset(::open("/proc/thread-self/mountinfo", O_RDONLY | O_CLOEXEC));
     return watch;
 }
@@ -188,17 +188,18 @@ FileSystemWatch::State FileSystemWatch::wait(double seconds) {
 }
 
 // The kernel drops the mark of a file system that is unmounted for good, even if it is mounted again at once.
-bool FileSystemWatch::isMarked() const {
+std::optional<bool> FileSystemWatch::isMarked() const {
     constexpr std::size_t kMost = 1 << 20;
     std::string text;
-    return readFileAtPath("/proc/thread-self/fdinfo/" + std::to_string(_queue.get()), kMost, &text) == 0 &&
-           text.find("fanotify sdev:") != std::string::npos;
+    if (readFileAtPath("/proc/thread-self/fdinfo/" + std::to_string(_queue.get()), kMost, &text) != 0)
+        return std::nullopt;
+    return text.find("fanotify sdev:") != std::string::npos;
 }
 
 void FileSystemWatch::lookAtMounts() {
     struct stat info {};
     // A file system in memory gets the number of one that has just gone.
-    _isUnmounted = stat(_top.c_str(), &info) != 0 || info.st_dev != _device || (_showsMark && !isMarked());
+    _isUnmounted = stat(_top.c_str(), &info) != 0 || info.st_dev != _device || (_showsMark && isMarked() == false);
     if (!_isUnmounted) {
         _folders.forgetAll();
         return;

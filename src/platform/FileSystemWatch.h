@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -81,7 +82,7 @@ class FileSystemWatch {
           _device(device),
           _options(options),
           _folders(_top, device) {}
-    bool isMarked() const;
+    std::optional<bool> isMarked() const;  // nothing when it cannot be read now
     void lookAtMounts();
     bool readMore();
     bool takeEvent();

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cmath>
@@ -167,13 +166,11 @@ std::optional<TrashDetour> trashDetour(const std::string& folder) {
     MountTable mounts;
     const Mount* mount = mounts.withID(status.mount);
     if (!mount) return std::nullopt;
-    const std::string top = mount->point == "/" ? std::string() : mount->point;
-    const std::string user = std::to_string(geteuid());
-    std::string trash = top + "/.Trash/" + user;
-    const bool isShared = lstat((top + "/.Trash").c_str(), &info) == 0 && S_ISDIR(info.st_mode) &&
-                          (info.st_mode & S_ISVTX) != 0 && lstat(trash.c_str(), &info) == 0;
-    if (!isShared) trash = top + "/.Trash-" + user;
-    return TrashDetour{data + "/Trash", errorText(error), trash};
+    int ofVolume = 0;
+    std::unique_ptr<TrashFolder> trash = TrashFolder::sharedOfVolume(*mount, &ofVolume);
+    if (!trash) trash = TrashFolder::ownOfVolume(*mount, &ofVolume);
+    if (!trash) return std::nullopt;
+    return TrashDetour{data + "/Trash", errorText(error), trash->path()};
 }
 
 }  // namespace kavaro
